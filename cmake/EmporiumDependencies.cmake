@@ -1,0 +1,12 @@
+# SPDX-License-Identifier: BSD-3-Clause
+
+find_package(PkgConfig REQUIRED)
+
+# scripts/setup puts sdbus-c++ here on systems whose own one is older than version 2.
+if(EXISTS "${PROJECT_SOURCE_DIR}/.deps/lib/cmake/sdbus-c++")
+    list(PREPEND CMAKE_PREFIX_PATH "${PROJECT_SOURCE_DIR}/.deps")
+endif()
+
+find_package(sdbus-c++ 2 REQUIRED)
+find_package(Boost 1.74 REQUIRED COMPONENTS filesystem serialization)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)

@@ -1,0 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+/// Marks what libemporium.so.0 exports; everything else in it is hidden.
+#define EMPORIUM_EXPORT __attribute__((visibility("default")))

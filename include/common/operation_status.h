@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstdint>
+
+namespace Common {
+
+/// How far an operation has come.
+///
+/// The numbers are the daemon's. Only the two finishing ones mean something to the library: with
+/// them an operation leaves the list of active operations. Every other number says that the
+/// operation goes on; it is carried unchanged, so a `switch` over this type needs a default.
+enum class OperationStatus : std::int32_t
+{
+    None = 0,        ///< Of a default-constructed Emporium::Operation.
+    Succeeded = 100, ///< The operation has ended and has done what was asked.
+    Failed = 101,    ///< The operation has ended; Emporium::Operation::GetErrorCode() tells why.
+};
+
+} // namespace Common

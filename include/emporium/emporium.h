@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+/// Everything that libemporium offers.
+
+#include <common/error.h>
+#include <common/operation_status.h>
+#include <common/operation_type.h>
+#include <emporium/daemon_connection.h>
+#include <emporium/event_subscription.h>
+#include <emporium/event_type.h>
+#include <emporium/operation.h>
+#include <emporium/operation_request.h>
+#include <emporium/package.h>
+#include <emporium/package_filters.h>
+#include <emporium/result.h>

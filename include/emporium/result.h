@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <common/export.h>
+
+#include <memory>
+#include <string>
+
+namespace Emporium {
+
+class ErrorResultPrivate;
+template <typename T>
+class SuccessResultPrivate;
+template <typename T>
+class ResultPrivate;
+
+/// A failure, told in an English message.
+///
+/// Like every class of this interface it is a handle: copies are cheap and share one object. A
+/// handle that was moved from may only be assigned to or destroyed.
+class EMPORIUM_EXPORT ErrorResult
+{
+public:
+    explicit ErrorResult(std::string message);
+    ErrorResult(const ErrorResult& other);
+    ErrorResult(ErrorResult&& other) noexcept;
+    ErrorResult& operator=(const ErrorResult& other);
+    ErrorResult& operator=(ErrorResult&& other) noexcept;
+    ~ErrorResult();
+
+    /// The message. The reference lives as long as any copy of this handle.
+    const std::string& Get() const;
+
+private:
+    std::shared_ptr<ErrorResultPrivate> m_private;
+};
+
+/// A success that carries a value.
+template <typename T>
+class EMPORIUM_EXPORT SuccessResult
+{
+public:
+    explicit SuccessResult(T value);
+    SuccessResult(const SuccessResult& other);
+    SuccessResult(SuccessResult&& other) noexcept;
+    SuccessResult& operator=(const SuccessResult& other);
+    SuccessResult& operator=(SuccessResult&& other) noexcept;
+    ~SuccessResult();
+
+    /// The value. The reference lives as long as any copy of this handle.
+    const T& Get() const;
+
+private:
+    std::shared_ptr<SuccessResultPrivate<T>> m_private;
+};
+
+/// A success that carries nothing.
+template <>
+class EMPORIUM_EXPORT SuccessResult<void>
+{
+};
+
+/// The outcome of a query or a command: a value, or the message of a failure.
+///
+///     const Emporium::Result<Emporium::Package> package =
+///     connection.GetPackage("org.example.app"); if (package) {
+///         std::cout << package->GetVersion() << '\n';
+///     } else {
+///         std::cerr << package.GetError() << '\n';
+///     }
+///
+/// The library provides it for `void`, Package, Operation and `std::string`. A result never
+/// changes, so any number of threads may read and copy the same one. Asking for what it does not
+/// hold throws `std::bad_variant_access` and leaves it as it was.
+template <typename T>
+class EMPORIUM_EXPORT Result
+{
+public:
+    Result(ErrorResult error);
+    Result(SuccessResult<T> success);
+    Result(const Result& other);
+    Result(Result&& other) noexcept;
+    Result& operator=(const Result& other);
+    Result& operator=(Result&& other) noexcept;
+    ~Result();
+
+    bool HasError() const;
+
+    /// True on success.
+    explicit operator bool() const;
+
+    /// The value. The reference lives as long as any copy of this handle.
+    const T& Get() const;
+    const T* operator->() const;
+
+    /// The message. The reference lives as long as any copy of this handle.
+    const std::string& GetError() const;
+
+private:
+    std::shared_ptr<ResultPrivate<T>> m_private;
+};
+
+/// The outcome of a command that gives back nothing.
+template <>
+class EMPORIUM_EXPORT Result<void>
+{
+public:
+    Result(ErrorResult error);
+    Result(SuccessResult<void> success);
+    Result(const Result& other);
+    Result(Result&& other) noexcept;
+    Result& operator=(const Result& other);
+    Result& operator=(Result&& other) noexcept;
+    ~Result();
+
+    bool HasError() const;
+
+    /// True on success.
+    explicit operator bool() const;
+
+    /// The message. The reference lives as long as any copy of this handle.
+    const std::string& GetError() const;
+
+private:
+    std::shared_ptr<ResultPrivate<void>> m_private;
+};
+
+class Operation;
+class Package;
+
+extern template class SuccessResult<Operation>;
+extern template class SuccessResult<Package>;
+extern template class SuccessResult<std::string>;
+extern template class Result<Operation>;
+extern template class Result<Package>;
+extern template class Result<std::string>;
+
+} // namespace Emporium

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "appdir.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <pwd.h>
+#include <stdexcept>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+namespace AppDir {
+namespace {
+
+std::string Environment(const char* name)
+{
+    const char* const value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+bool IsPlainFileName(std::string_view name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+std::string ApplicationName()
+{
+    const std::string id = Environment("VEYRA_APP_ID");
+    return IsPlainFileName(id) ? id : program_invocation_short_name;
+}
+
+std::filesystem::path HomeFromPasswordDatabase()
+{
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    const int failure = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+    if (failure != 0 || found == nullptr) {
+        return {};
+    }
+    return found->pw_dir;
+}
+
+std::filesystem::path CacheHome()
+{
+    // Relative paths in these variables are invalid and to be ignored, as the XDG base-directory
+    // rules have it: they would mean another directory with every change of the working directory.
+    const std::filesystem::path cacheHome = Environment("XDG_CACHE_HOME");
+    if (cacheHome.is_absolute()) {
+        return cacheHome;
+    }
+    std::filesystem::path home = Environment("HOME");
+    if (!home.is_absolute()) {
+        home = HomeFromPasswordDatabase();
+    }
+    if (!home.is_absolute()) {
+        throw std::runtime_error("Couldn't locate the home directory");
+    }
+    return home / ".cache";
+}
+
+} // namespace
+
+std::string getPath(PathType type)
+{
+    if (type != PathType::Cache) {
+        throw std::invalid_argument("Only the cache directory is known here");
+    }
+    return CacheHome() / ApplicationName();
+}
+
+} // namespace AppDir

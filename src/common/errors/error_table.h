@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <common/error.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace Common {
+
+/// One error: its number, its name on the bus and its English message.
+struct ErrorTableRow
+{
+    ErrorCode code;
+    std::string_view dbusName;
+    std::string_view message;
+
+    /// The last component of the bus name, which is the enumerator's own name.
+    constexpr std::string_view ShortName() const
+    {
+        return dbusName.substr(dbusName.rfind('.') + 1);
+    }
+};
+
+inline constexpr std::size_t errorTableSize = 31;
+
+/// The one place where names and messages stand, ordered by number. Both directions of the
+/// conversion, the category's messages and the simulator's replies are made from it. It is
+/// constant data: it needs no construction, so errors can be named at any time, even while the
+/// process exits.
+extern const std::array<ErrorTableRow, errorTableSize> errorTable;
+
+/// The row of a number, or the row of ErrorCode::Internal where the number is not assigned.
+const ErrorTableRow& FindError(std::int32_t code);
+
+/// The row of a whole bus error name, or the row of ErrorCode::Internal where there is none.
+const ErrorTableRow& FindError(std::string_view dbusName);
+
+} // namespace Common

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "common/log/log_message.h"
+
+#include <iostream>
+
+namespace Common {
+namespace {
+
+const char* Prefix(LogLevel level)
+{
+    switch (level) {
+    case LogLevel::Info:
+        return "[I] ";
+    case LogLevel::Warning:
+        return "[W] ";
+    case LogLevel::Error:
+        return "[E] ";
+    }
+    return "";
+}
+
+} // namespace
+
+LogMessage::LogMessage(LogLevel level) : m_level(level) {}
+
+LogMessage::~LogMessage()
+{
+    // Not greater than zero: nothing was inserted, or the stream failed and answers -1.
+    if (m_text.tellp() <= 0) {
+        return;
+    }
+    std::cout << Prefix(m_level);
+    std::cout << m_text.str();
+    std::cout << std::endl;
+}
+
+} // namespace Common
