@@ -7,6 +7,10 @@ if(EXISTS "${PROJECT_SOURCE_DIR}/.deps/lib/cmake/sdbus-c++")
     list(PREPEND CMAKE_PREFIX_PATH "${PROJECT_SOURCE_DIR}/.deps")
 endif()
 
+# What the static sdbus-c++ links; its own CMake package names these targets but does not look for
+# them.
+find_package(Threads REQUIRED)
+pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 find_package(sdbus-c++ 2 REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem serialization)
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)

@@ -8,7 +8,8 @@ namespace AppDir {
 
 /// The directories that an application has to itself. The platform knows more of them; this
 /// stand-in has the one that libemporium asks for.
-enum class PathType : int {
+enum class PathType : int
+{
     Cache = 2,
 };
 

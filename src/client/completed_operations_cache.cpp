@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "client/completed_operations_cache.h"
+
+#include "common/log/log_message.h"
+
+#include <appdir.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace Emporium::CompletedOperationsCache {
+
+namespace fs = std::filesystem;
+using Common::LogLevel;
+using Common::LogMessage;
+
+namespace {
+
+struct TimestampedOperationPath
+{
+    fs::file_time_type time;
+    fs::path path;
+};
+
+fs::path CacheDirectory()
+{
+    constexpr auto applicationCache = static_cast<AppDir::PathType>(2);
+    return fs::path(AppDir::getPath(applicationCache)) / "emporium-api" / "completed-operations";
+}
+
+/// Every entry, whatever it is: what is no operation is told when it is read.
+std::vector<TimestampedOperationPath> ListByTime(const fs::path& directory)
+{
+    std::vector<TimestampedOperationPath> entries;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        entries.push_back({entry.last_write_time(), entry.path()});
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const auto& left, const auto& right) { return left.time < right.time; });
+    return entries;
+}
+
+std::vector<Operation> ReadEntries(const std::vector<TimestampedOperationPath>& entries)
+{
+    std::vector<Operation> operations;
+    operations.reserve(entries.size());
+    for (const TimestampedOperationPath& entry : entries) {
+        const Result<Operation> operation = Operation::FromFile(entry.path.string());
+        if (operation) {
+            operations.push_back(operation.Get());
+        } else {
+            LogMessage(LogLevel::Warning) << operation.GetError();
+        }
+    }
+    return operations;
+}
+
+void RemoveDirectory(const fs::path& directory)
+{
+    try {
+        fs::remove_all(directory);
+    } catch (const std::exception& error) {
+        LogMessage(LogLevel::Warning)
+            << "Couldn't remove completed operations cache directory (" << error.what() << ")";
+    }
+}
+
+/// What is there already is used as it is, whatever it is.
+void EnsureExists(const fs::path& directory)
+{
+    const fs::file_type type = fs::status(directory).type();
+    if (type == fs::file_type::not_found || type == fs::file_type::unknown) {
+        fs::create_directories(directory);
+    }
+}
+
+/// UUIDs are the daemon's texts. One that would lead out of the directory must not become a path.
+bool IsPlainFileName(std::string_view name)
+{
+    constexpr std::string_view separators("/\0", 2);
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(separators) == std::string_view::npos;
+}
+
+Result<void> Save(const Operation& operation, const fs::path& directory)
+{
+    const std::string& uuid = operation.GetUUID();
+    if (!IsPlainFileName(uuid)) {
+        return ErrorResult("Couldn't open " + directory.string() + "/" + uuid +
+                           " to save operation");
+    }
+    return operation.SaveToFile((directory / uuid).string());
+}
+
+} // namespace
+
+std::vector<Operation> ReadAndRemove()
+{
+    fs::path directory;
+    std::vector<TimestampedOperationPath> entries;
+    try {
+        directory = CacheDirectory();
+        if (!fs::is_directory(directory)) {
+            return {};
+        }
+        entries = ListByTime(directory);
+    } catch (const std::exception& error) {
+        LogMessage(LogLevel::Warning)
+            << "Couldn't read cached completed operations (" << error.what() << ")";
+        return {};
+    }
+    std::vector<Operation> operations = ReadEntries(entries);
+    RemoveDirectory(directory);
+    return operations;
+}
+
+void Write(const std::vector<Operation>& operations)
+{
+    fs::path directory;
+    try {
+        directory = CacheDirectory();
+        EnsureExists(directory);
+    } catch (const std::exception& error) {
+        LogMessage(LogLevel::Warning)
+            << "Couldn't create cache directory to store completed operations (" << error.what()
+            << ")";
+        return;
+    }
+    for (const Operation& operation : operations) {
+        const Result<void> result = Save(operation, directory);
+        if (!result) {
+            LogMessage(LogLevel::Warning) << result.GetError();
+        }
+    }
+}
+
+} // namespace Emporium::CompletedOperationsCache

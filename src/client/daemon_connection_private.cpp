@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "client/daemon_connection_private.h"
+
+#include "client/completed_operations_cache.h"
+#include "client/process_exit.h"
+#include "common/log/log_message.h"
+
+#include <iterator>
+#include <utility>
+
+namespace Emporium {
+
+using Common::LogLevel;
+using Common::LogMessage;
+
+namespace {
+
+bool IsFinishing(Common::OperationStatus status)
+{
+    return status == Common::OperationStatus::Succeeded ||
+           status == Common::OperationStatus::Failed;
+}
+
+} // namespace
+
+DaemonConnectionPrivate::DaemonConnectionPrivate() : proxy(GetDBusProxy())
+{
+    ProcessExit::Watch();
+    if (proxy) {
+        // The handlers first: what the daemon tells from now on must not be missed.
+        SubscribeToSignals();
+        LoadSnapshot();
+    }
+}
+
+DaemonConnectionPrivate::~DaemonConnectionPrivate()
+{
+    StoreCompletedOperations();
+}
+
+void DaemonConnectionPrivate::StoreCompletedOperations()
+{
+    if (!std::exchange(m_stored, true)) {
+        CompletedOperationsCache::Write(completedOperations);
+    }
+}
+
+void DaemonConnectionPrivate::SubscribeToSignals()
+{
+    m_handlers = {
+        proxy->PackageInstalled.connect(
+            [this](const Package& package) { OnPackageInstalled(package); }),
+        proxy->PackageUpgraded.connect(
+            [this](const Package& package) { OnPackageUpgraded(package); }),
+        proxy->PackageRemoved.connect([this](const std::string& id) { OnPackageRemoved(id); }),
+        proxy->OperationStatusChanged.connect(
+            [this](const Operation& operation) { OnOperationStatusChanged(operation); }),
+    };
+}
+
+void DaemonConnectionPrivate::LoadSnapshot()
+{
+    const Result<Properties> result = proxy->GetAllProperties();
+    if (!result) {
+        LogMessage(LogLevel::Error) << result.GetError();
+        return;
+    }
+    const Properties& properties = result.Get();
+    architecture = properties.Architecture;
+    veyraVersion = properties.VeyraVersion;
+    packages.Assign(properties.Packages);
+    activeOperations.Assign(properties.Operations);
+    completedOperations = CompletedOperationsCache::ReadAndRemove();
+    completedOperations.insert(completedOperations.end(), properties.CompletedOperations.begin(),
+                               properties.CompletedOperations.end());
+}
+
+void DaemonConnectionPrivate::OnPackageInstalled(const Package& package)
+{
+    if (packages.Overwrite(package)) {
+        LogMessage(LogLevel::Warning)
+            << "Just installed package is already in the list of installed packages";
+    } else {
+        packages.Append(package);
+    }
+    Deliver(EventType::PackageInstalled, package);
+}
+
+void DaemonConnectionPrivate::OnPackageUpgraded(const Package& package)
+{
+    if (!packages.Overwrite(package)) {
+        LogMessage(LogLevel::Warning)
+            << "Just upgraded package is not in the list of installed packages";
+        packages.Append(package);
+    }
+    Deliver(EventType::PackageUpgraded, package);
+}
+
+void DaemonConnectionPrivate::OnPackageRemoved(const std::string& id)
+{
+    const Package* const found = packages.Find(id);
+    if (found == nullptr) {
+        LogMessage(LogLevel::Warning)
+            << "The just removed package is not in the list of installed packages";
+        return;
+    }
+    const Package package = *found;
+    packages.Erase(id);
+    Deliver(EventType::PackageRemoved, package);
+}
+
+void DaemonConnectionPrivate::OnOperationStatusChanged(const Operation& operation)
+{
+    const bool known = IsFinishing(operation.GetStatus())
+                           ? activeOperations.Erase(operation.GetUUID())
+                           : activeOperations.Overwrite(operation);
+    if (!known) {
+        LogMessage(LogLevel::Warning)
+            << "The just changed operation is not in the list of active operations";
+        activeOperations.Append(operation);
+    }
+    Deliver(EventType::OperationStatusChanged, operation);
+}
+
+template <typename Argument>
+void DaemonConnectionPrivate::Deliver(EventType type, const Argument& argument)
+{
+    // A callback may drop the last handle of this connection. The object then stays until the
+    // delivery is over, but nobody else is called. Deliveries are nested where a callback runs a
+    // main loop, and each of them holds the object once.
+    const std::shared_ptr<DaemonConnectionPrivate> self = weak_from_this().lock();
+    subscriptions.Deliver(type, argument, [&] {
+        return self == nullptr || self.use_count() > subscriptions.Deliveries();
+    });
+}
+
+} // namespace Emporium

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+/// The daemon's bus interface in names and signatures. data/org.velmora.Emporium.xml says the same
+/// to the rest of the world; a test holds the two together.
+namespace Emporium::Contract {
+
+inline constexpr const char* busName = "org.velmora.Emporium";
+inline constexpr const char* objectPath = "/org/velmora/Emporium";
+inline constexpr const char* interfaceName = "org.velmora.Emporium";
+
+// What stands between the parentheses of the two records' signatures.
+inline constexpr const char* operationFields = "ssiii";
+inline constexpr const char* packageFields = "ssssa{sv}";
+
+inline constexpr const char* packageRecord = "(ssssa{sv})";
+inline constexpr const char* operationRecord = "(ssiii)";
+inline constexpr const char* packageRecordArray = "a(ssssa{sv})";
+inline constexpr const char* operationRecordArray = "a(ssiii)";
+inline constexpr const char* dictionaryEntry = "{sv}";
+inline constexpr const char* dictionaryEntryFields = "sv";
+
+namespace Method {
+inline constexpr const char* getAllProperties = "GetAllProperties";
+inline constexpr const char* install = "Install";
+inline constexpr const char* remove = "Remove";
+inline constexpr const char* start = "Start";
+inline constexpr const char* restart = "Restart";
+} // namespace Method
+
+namespace Signal {
+inline constexpr const char* operationStatusChanged = "OperationStatusChanged";
+inline constexpr const char* packageInstalled = "PackageInstalled";
+inline constexpr const char* packageUpgraded = "PackageUpgraded";
+inline constexpr const char* packageRemoved = "PackageRemoved";
+} // namespace Signal
+
+// In the order in which a reply is checked and decoded.
+namespace Property {
+inline constexpr const char* architecture = "Architecture";
+inline constexpr const char* veyraVersion = "VeyraVersion";
+inline constexpr const char* packages = "Packages";
+inline constexpr const char* operations = "Operations";
+inline constexpr const char* completedOperations = "CompletedOperations";
+} // namespace Property
+
+} // namespace Emporium::Contract

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "dbus/dbus_connection.h"
+
+#include "common/log/log_message.h"
+
+#include <sdbus-c++/Error.h>
+#include <sdbus-c++/Types.h>
+
+#include <glib.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <sys/eventfd.h>
+
+namespace Emporium::DBusConnection {
+
+using Common::LogLevel;
+using Common::LogMessage;
+
+/// Begins with a GSource, so that GLib takes it for one.
+struct DBusEventSource
+{
+    GSource base;
+    GPollFD pollfd;
+    sdbus::IConnection* connection;
+    EventDispatcher* dispatcher;
+    bool suspended; ///< Out of the poll, until the bus library is left.
+};
+
+namespace {
+
+DBusEventSource* FromBase(GSource* base)
+{
+    return reinterpret_cast<DBusEventSource*>(base);
+}
+
+/// A source that stayed in the poll could not be dispatched, and a loop that polls it would spin.
+void SuspendPolling(DBusEventSource& source)
+{
+    g_source_remove_poll(&source.base, &source.pollfd);
+    source.pollfd.revents = 0;
+    source.suspended = true;
+}
+
+// Only the loop nested in a dispatch comes here while the bus library is inside.
+gboolean Prepare(GSource* base, gint* timeout)
+{
+    DBusEventSource& source = *FromBase(base);
+    if (source.dispatcher->IsProcessing() && !source.suspended) {
+        SuspendPolling(source);
+    }
+    *timeout = -1;
+    return FALSE;
+}
+
+gboolean Check(GSource* base)
+{
+    return (FromBase(base)->pollfd.revents & G_IO_IN) != 0 ? TRUE : FALSE;
+}
+
+gboolean Dispatch(GSource* base, GSourceFunc, gpointer)
+{
+    return FromBase(base)->dispatcher->ProcessPending() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+}
+
+void Finalize(GSource*) {}
+
+GSourceFuncs sourceFunctions{Prepare, Check, Dispatch, Finalize, nullptr, nullptr};
+
+} // namespace
+
+void WakeForQueuedMessages(sdbus::IConnection& connection)
+{
+    try {
+        const auto pollData = connection.getEventLoopPollData();
+        if (pollData.timeout == std::chrono::microseconds::zero()) {
+            eventfd_write(pollData.eventFd, 1);
+        }
+    } catch (const sdbus::Error&) {
+        // The bus is lost, and nothing will come from it: the next dispatch says so.
+    }
+}
+
+Holder::Holder() : m_connection(sdbus::createSessionBusConnection()) {}
+
+void Holder::RequestConnectionName()
+{
+    const char* const applicationID = std::getenv("VEYRA_APP_ID");
+    if (applicationID == nullptr) {
+        LogMessage(LogLevel::Warning)
+            << "Failed to get application ID to register a dbus connection name";
+        return;
+    }
+    const std::string name = std::string(applicationID) + ".KVD.Connection";
+    try {
+        m_connection->requestName(sdbus::ServiceName(name));
+    } catch (const sdbus::Error& error) {
+        LogMessage(LogLevel::Warning) << "Failed to register the " << name
+                                      << " dbus connection name (" << error.getMessage() << ")";
+    }
+}
+
+EventDispatcher::EventDispatcher(sdbus::IConnection& connection)
+    : m_connection(connection), m_busSource(MakeSource(connection.getEventLoopPollData().fd)),
+      m_queueSource(MakeSource(connection.getEventLoopPollData().eventFd))
+{
+}
+
+EventDispatcher::~EventDispatcher() = default;
+
+EventDispatcher::SourcePointer EventDispatcher::MakeSource(int descriptor)
+{
+    SourcePointer source(FromBase(g_source_new(&sourceFunctions, sizeof(DBusEventSource))));
+    source->pollfd = GPollFD{descriptor, G_IO_IN, 0};
+    source->connection = &m_connection;
+    source->dispatcher = this;
+    source->suspended = false;
+    g_source_add_poll(&source->base, &source->pollfd);
+    g_source_attach(&source->base, g_main_context_default());
+    return source;
+}
+
+bool EventDispatcher::ProcessPending()
+{
+    // From a loop nested in a dispatch, with a source that was found ready before that dispatch
+    // began: the dispatch delivers what waits when it goes on.
+    if (m_processing) {
+        return true;
+    }
+    bool connected = true;
+    m_processing = true;
+    try {
+        while (m_connection.processPendingEvent()) {
+        }
+    } catch (const sdbus::Error& error) {
+        LogMessage(LogLevel::Error)
+            << "Failed to process dbus connection events (" << error.getMessage() << ")";
+        g_source_destroy(&m_busSource->base);
+        g_source_destroy(&m_queueSource->base);
+        connected = false;
+    }
+    m_processing = false;
+    if (connected) {
+        ResumePolling();
+    }
+    return connected;
+}
+
+void EventDispatcher::ResumePolling()
+{
+    for (DBusEventSource* source : {m_busSource.get(), m_queueSource.get()}) {
+        if (source->suspended) {
+            source->suspended = false;
+            g_source_add_poll(&source->base, &source->pollfd);
+        }
+    }
+}
+
+void EventDispatcher::ReleaseSource::operator()(DBusEventSource* source) const
+{
+    // GLib complains about taking a poll from a source that is destroyed, as after a lost bus.
+    if (!g_source_is_destroyed(&source->base) && !source->suspended) {
+        g_source_remove_poll(&source->base, &source->pollfd);
+    }
+    g_source_destroy(&source->base);
+    g_source_unref(&source->base);
+}
+
+} // namespace Emporium::DBusConnection

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "dbus/dbus_proxy.h"
+
+#include "common/log/log_message.h"
+#include "dbus/contract.h"
+
+#include <sdbus-c++/Error.h>
+
+#include <exception>
+#include <utility>
+
+namespace Emporium {
+
+using Common::LogLevel;
+using Common::LogMessage;
+
+namespace {
+
+ErrorResult CallFailed(const char* method, const std::string& reason)
+{
+    return ErrorResult(std::string("Couldn't call ") + Contract::interfaceName + "." + method +
+                       " dbus method (" + reason + ")");
+}
+
+/// A call that gives back a value: whatever goes wrong, also in decoding, is told in full.
+template <typename Call>
+auto ValueOf(const char* method, Call call) -> Result<decltype(call())>
+{
+    try {
+        return SuccessResult<decltype(call())>(call());
+    } catch (const std::exception& error) {
+        return CallFailed(method, error.what());
+    }
+}
+
+/// A call that gives back nothing: what the daemon says reaches the user, so the error's name,
+/// which is for programs, is left out.
+template <typename Call>
+Result<void> OutcomeOf(const char* method, Call call)
+{
+    try {
+        call();
+        return SuccessResult<void>();
+    } catch (const sdbus::Error& error) {
+        return CallFailed(method, error.getMessage());
+    }
+}
+
+} // namespace
+
+DBusProxy::DBusProxy()
+    : EventDispatcher(Connection()),
+      ProxyInterfaces(Connection(), sdbus::ServiceName(Contract::busName),
+                      sdbus::ObjectPath(Contract::objectPath))
+{
+    RequestConnectionName();
+    registerProxy();
+}
+
+DBusProxy::~DBusProxy()
+{
+    try {
+        unregisterProxy();
+    } catch (const sdbus::Error& error) {
+        LogMessage(LogLevel::Warning) << error.getMessage();
+        LogMessage(LogLevel::Warning)
+            << "Couldn't unregister proxy for the " << Contract::interfaceName << " dbus interface";
+    }
+}
+
+Result<Properties> DBusProxy::GetAllProperties()
+{
+    return ValueOf(Contract::Method::getAllProperties, [&] { return CallGetAllProperties(); });
+}
+
+Result<Operation> DBusProxy::Install(const std::string& path)
+{
+    return ValueOf(Contract::Method::install, [&] { return CallInstall(path); });
+}
+
+Result<Operation> DBusProxy::Remove(const std::string& packageID)
+{
+    return ValueOf(Contract::Method::remove, [&] { return CallRemove(packageID); });
+}
+
+Result<void> DBusProxy::Start(const std::string& id)
+{
+    return OutcomeOf(Contract::Method::start, [&] { CallStart(id); });
+}
+
+Result<void> DBusProxy::Restart(const std::string& id)
+{
+    return OutcomeOf(Contract::Method::restart, [&] { CallRestart(id); });
+}
+
+void DBusProxy::onOperationStatusChanged(const Operation& operation)
+{
+    OperationStatusChanged(operation);
+}
+
+void DBusProxy::onPackageInstalled(const Package& package)
+{
+    PackageInstalled(package);
+}
+
+void DBusProxy::onPackageUpgraded(const Package& package)
+{
+    PackageUpgraded(package);
+}
+
+void DBusProxy::onPackageRemoved(const std::string& packageID)
+{
+    PackageRemoved(packageID);
+}
+
+std::shared_ptr<IDBusProxy> GetDBusProxy()
+{
+    static std::shared_ptr<IDBusProxy> proxy;
+    if (!proxy) {
+        try {
+            proxy = std::make_shared<DBusProxy>();
+        } catch (const std::exception& error) {
+            LogMessage(LogLevel::Error)
+                << "Failed to create a proxy for the emporium dbus interface";
+            LogMessage(LogLevel::Error) << error.what();
+        }
+    }
+    return proxy;
+}
+
+} // namespace Emporium

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "dbus/emporium_proxy.h"
+
+#include "dbus/contract.h"
+#include "dbus/dbus_connection.h"
+#include "dbus/decoder.h"
+
+#include <sdbus-c++/Error.h>
+#include <sdbus-c++/Message.h>
+#include <sdbus-c++/Types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace org::velmora {
+
+namespace Contract = Emporium::Contract;
+namespace Decoder = Emporium::Decoder;
+
+namespace {
+
+constexpr std::uint64_t defaultReplyTimeout = 0;
+
+/// What the signal carries, or nothing if it is not what the contract says.
+template <typename Content>
+std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Message&))
+{
+    try {
+        return read(signal);
+    } catch (const sdbus::Error&) {
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+static_assert(std::string_view(Emporium_proxy::INTERFACE_NAME) == Contract::interfaceName);
+
+Emporium_proxy::Emporium_proxy(sdbus::IProxy& proxy) : m_proxy(proxy) {}
+
+void Emporium_proxy::registerProxy()
+{
+    RegisterSignal(Contract::Signal::operationStatusChanged, Decoder::ReadOperationBody,
+                   &Emporium_proxy::onOperationStatusChanged);
+    RegisterSignal(Contract::Signal::packageInstalled, Decoder::ReadPackageBody,
+                   &Emporium_proxy::onPackageInstalled);
+    RegisterSignal(Contract::Signal::packageUpgraded, Decoder::ReadPackageBody,
+                   &Emporium_proxy::onPackageUpgraded);
+    RegisterSignal(Contract::Signal::packageRemoved, Decoder::ReadStringBody,
+                   &Emporium_proxy::onPackageRemoved);
+}
+
+template <typename Content>
+void Emporium_proxy::RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),
+                                    void (Emporium_proxy::*handler)(const Content&))
+{
+    m_proxy.registerSignalHandler(sdbus::InterfaceName(INTERFACE_NAME), sdbus::SignalName(signal),
+                                  [this, read, handler](sdbus::Signal message) {
+                                      if (const auto content = Decode(message, read)) {
+                                          (this->*handler)(*content);
+                                      }
+                                  });
+}
+
+Emporium::Properties Emporium_proxy::CallGetAllProperties()
+{
+    sdbus::MethodReply reply = Call(Contract::Method::getAllProperties);
+    return Decoder::ReadProperties(reply);
+}
+
+Emporium::Operation Emporium_proxy::CallInstall(const std::string& path)
+{
+    sdbus::MethodReply reply = Call(Contract::Method::install, path);
+    return Decoder::ReadOperationBody(reply);
+}
+
+Emporium::Operation Emporium_proxy::CallRemove(const std::string& packageID)
+{
+    sdbus::MethodReply reply = Call(Contract::Method::remove, packageID);
+    return Decoder::ReadOperationBody(reply);
+}
+
+void Emporium_proxy::CallStart(const std::string& id)
+{
+    sdbus::MethodReply reply = Call(Contract::Method::start, id);
+    Decoder::ReadEmptyBody(reply);
+}
+
+void Emporium_proxy::CallRestart(const std::string& id)
+{
+    sdbus::MethodReply reply = Call(Contract::Method::restart, id);
+    Decoder::ReadEmptyBody(reply);
+}
+
+sdbus::MethodCall Emporium_proxy::CreateCall(const char* method)
+{
+    return m_proxy.createMethodCall(sdbus::InterfaceName(INTERFACE_NAME),
+                                    sdbus::MethodName(method));
+}
+
+sdbus::MethodReply Emporium_proxy::Call(const char* method)
+{
+    return Send(CreateCall(method));
+}
+
+sdbus::MethodReply Emporium_proxy::Call(const char* method, const std::string& argument)
+{
+    sdbus::MethodCall call = CreateCall(method);
+    call << argument;
+    return Send(call);
+}
+
+sdbus::MethodReply Emporium_proxy::Send(const sdbus::MethodCall& call)
+{
+    try {
+        return m_proxy.callMethod(call, defaultReplyTimeout);
+    } catch (const sdbus::Error&) {
+        // After a good reply the bus library itself sees to the signals that arrived while it
+        // waited; after an error it does not.
+        Emporium::DBusConnection::WakeForQueuedMessages(m_proxy.getConnection());
+        throw;
+    }
+}
+
+} // namespace org::velmora

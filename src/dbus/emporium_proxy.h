@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "dbus/properties.h"
+
+#include <sdbus-c++/IProxy.h>
+
+#include <string>
+
+namespace org::velmora {
+
+/// The client side of the daemon's bus interface: one member for each method, one handler for each
+/// signal. Decoding goes straight from the message to the model.
+class Emporium_proxy
+{
+public:
+    static constexpr const char* INTERFACE_NAME = "org.velmora.Emporium";
+
+    Emporium_proxy(const Emporium_proxy&) = delete;
+    Emporium_proxy& operator=(const Emporium_proxy&) = delete;
+
+protected:
+    explicit Emporium_proxy(sdbus::IProxy& proxy);
+    ~Emporium_proxy() = default;
+
+    /// Subscribes to the four signals. One whose content is not what the contract says is ignored.
+    void registerProxy();
+
+    virtual void onOperationStatusChanged(const Emporium::Operation& operation) = 0;
+    virtual void onPackageInstalled(const Emporium::Package& package) = 0;
+    virtual void onPackageUpgraded(const Emporium::Package& package) = 0;
+    virtual void onPackageRemoved(const std::string& packageID) = 0;
+
+    Emporium::Properties CallGetAllProperties();
+    Emporium::Operation CallInstall(const std::string& path);
+    Emporium::Operation CallRemove(const std::string& packageID);
+    void CallStart(const std::string& id);
+    void CallRestart(const std::string& id);
+
+private:
+    sdbus::MethodCall CreateCall(const char* method);
+    sdbus::MethodReply Call(const char* method);
+    sdbus::MethodReply Call(const char* method, const std::string& argument);
+    sdbus::MethodReply Send(const sdbus::MethodCall& call);
+
+    template <typename Content>
+    void RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),
+                        void (Emporium_proxy::*handler)(const Content&));
+
+    sdbus::IProxy& m_proxy;
+};
+
+} // namespace org::velmora

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "dbus/properties.h"
+
+#include <emporium/operation.h>
+#include <emporium/package.h>
+#include <emporium/result.h>
+
+#include <boost/signals2/signal.hpp>
+
+#include <memory>
+#include <string>
+
+namespace Emporium {
+
+extern template class SuccessResult<Properties>;
+extern template class Result<Properties>;
+
+/// The seam between the connection that applications see and the bus. Everything above it runs
+/// against any implementation; nothing above it knows the bus.
+///
+/// The operations block until the daemon has answered. A failure of the bus or the daemon comes
+/// back as an error result. The signals are emitted on the thread that iterates the GLib default
+/// main context, once for each signal of the daemon and in the order of arrival.
+class IDBusProxy
+{
+public:
+    IDBusProxy() = default;
+    IDBusProxy(const IDBusProxy&) = delete;
+    IDBusProxy& operator=(const IDBusProxy&) = delete;
+    virtual ~IDBusProxy() = default;
+
+    virtual Result<Properties> GetAllProperties() = 0;
+
+    /// Queues the installation, or upgrade, of a package file.
+    virtual Result<Operation> Install(const std::string& path) = 0;
+    virtual Result<Operation> Remove(const std::string& packageID) = 0;
+    virtual Result<void> Start(const std::string& id) = 0;
+    virtual Result<void> Restart(const std::string& id) = 0;
+
+    boost::signals2::signal<void(const Package&)> PackageInstalled;
+    boost::signals2::signal<void(const Package&)> PackageUpgraded;
+    /// Carries the identifier of the package that has gone.
+    boost::signals2::signal<void(const std::string&)> PackageRemoved;
+    boost::signals2::signal<void(const Operation&)> OperationStatusChanged;
+};
+
+/// The process's proxy, or null where none could be made; the reason is then in the log. A failed
+/// attempt is repeated by the next call, a successful one never.
+std::shared_ptr<IDBusProxy> GetDBusProxy();
+
+} // namespace Emporium

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <emporium/operation.h>
+#include <emporium/package.h>
+
+#include <string>
+#include <vector>
+
+namespace Emporium {
+
+/// The daemon's state at one moment, with its lists in its own order.
+struct Properties
+{
+    std::string Architecture;
+    std::string VeyraVersion;
+    std::vector<Package> Packages;
+    std::vector<Operation> Operations;
+    std::vector<Operation> CompletedOperations;
+};
+
+} // namespace Emporium

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "model/display_name.h"
+
+namespace Emporium {
+
+const char* DisplayName(Common::OperationType type)
+{
+    switch (type) {
+    case Common::OperationType::Install:
+        return "OperationType::Install";
+    case Common::OperationType::Upgrade:
+        return "OperationType::Upgrade";
+    case Common::OperationType::Remove:
+        return "OperationType::Remove";
+    }
+    return "OperationType::(Unknown)";
+}
+
+const char* DisplayName(EventType type)
+{
+    switch (type) {
+    case EventType::PackageInstalled:
+        return "EventType::PackageInstalled";
+    case EventType::PackageUpgraded:
+        return "EventType::PackageUpgraded";
+    case EventType::PackageRemoved:
+        return "EventType::PackageRemoved";
+    case EventType::OperationStatusChanged:
+        return "EventType::OperationStatusChanged";
+    }
+    return "EventType::(Unknown)";
+}
+
+} // namespace Emporium

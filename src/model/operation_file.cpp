@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <emporium/operation.h>
+
+#include <boost/archive/archive_exception.hpp>
+#include <boost/archive/basic_archive.hpp>
+#include <boost/archive/binary_iarchive.hpp>
+#include <boost/archive/binary_oarchive.hpp>
+#include <boost/serialization/level.hpp>
+#include <boost/serialization/split_member.hpp>
+#include <boost/serialization/tracking.hpp>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <optional>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Emporium {
+namespace {
+
+/// A damaged archive, for whatever reason; the reader turns every exception into the same text.
+[[noreturn]] void ThrowDamaged()
+{
+    throw boost::archive::archive_exception(boost::archive::archive_exception::input_stream_error);
+}
+
+/// The content of a file, to read an archive from.
+class MemoryBuffer : public std::streambuf
+{
+public:
+    explicit MemoryBuffer(std::string& content)
+    {
+        setg(content.data(), content.data(), content.data() + content.size());
+    }
+
+    std::string_view Rest() const { return {gptr(), static_cast<std::size_t>(egptr() - gptr())}; }
+};
+
+/// The archive's own way with a string is to believe its length and to allocate it at once, which a
+/// damaged file can make any number of bytes. This one has the same form in the file, but knows how
+/// much there is to read.
+class BoundedString
+{
+public:
+    BoundedString() = default;
+    explicit BoundedString(const std::string& content) : text(content) {}
+
+    template <typename Archive>
+    void save(Archive& archive, unsigned int /*version*/) const
+    {
+        archive << text;
+    }
+
+    template <typename Archive>
+    void load(Archive& archive, unsigned int /*version*/)
+    {
+        std::size_t length = 0;
+        archive >> length;
+        if (length > source->Rest().size()) {
+            ThrowDamaged();
+        }
+        text.resize(length);
+        archive.load_binary(text.data(), length);
+    }
+
+    BOOST_SERIALIZATION_SPLIT_MEMBER()
+
+    std::string text;
+    const MemoryBuffer* source = nullptr;
+};
+
+class SerializableOperation
+{
+public:
+    template <typename Archive>
+    void serialize(Archive& archive, unsigned int /*version*/)
+    {
+        archive& uuid;
+        archive& packageID;
+        archive& type;
+        archive& status;
+        archive& errorCode;
+    }
+
+    BoundedString uuid;
+    BoundedString packageID;
+    std::int32_t type = 0;
+    std::int32_t status = 0;
+    std::int32_t errorCode = 0;
+};
+
+} // namespace
+} // namespace Emporium
+
+// Strings stand in the file without class information of their own.
+BOOST_CLASS_IMPLEMENTATION(Emporium::BoundedString, boost::serialization::object_serializable)
+BOOST_CLASS_TRACKING(Emporium::BoundedString, boost::serialization::track_never)
+BOOST_CLASS_TRACKING(Emporium::SerializableOperation, boost::serialization::track_never)
+
+namespace Emporium {
+namespace {
+
+constexpr unsigned int archiveFlags = 0;
+
+class FileDescriptor
+{
+public:
+    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor()
+    {
+        if (m_descriptor >= 0) {
+            ::close(m_descriptor);
+        }
+    }
+
+    explicit operator bool() const { return m_descriptor >= 0; }
+    int Get() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
+/// Opens without ever waiting: a FIFO without an other end, or a device, must not hold up the start
+/// or the end of an application. A path with a zero byte in it names no file; the system would take
+/// it for another, shorter one.
+FileDescriptor Open(const std::string& path, int flags)
+{
+    if (path.find('\0') != std::string::npos) {
+        return FileDescriptor(-1);
+    }
+    constexpr mode_t mode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
+}
+
+/// The whole content, as far as there is one: only a regular file has a content with an end.
+std::optional<std::string> ReadAll(const FileDescriptor& file)
+{
+    struct stat status
+    {
+    };
+    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    std::string content(static_cast<std::size_t>(status.st_size), '\0');
+    std::size_t length = 0;
+    while (length < content.size()) {
+        const ssize_t count = ::read(file.Get(), content.data() + length, content.size() - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return std::nullopt;
+        }
+        if (count == 0) {
+            break;
+        }
+        length += static_cast<std::size_t>(count);
+    }
+    content.resize(length);
+    return content;
+}
+
+bool WriteAll(const FileDescriptor& file, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t count = ::write(file.Get(), content.data(), content.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return false;
+        }
+        content.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+std::string Serialize(const Operation& operation)
+{
+    std::stringbuf buffer(std::ios_base::out);
+    {
+        boost::archive::binary_oarchive archive(buffer, archiveFlags);
+        SerializableOperation record;
+        record.uuid = BoundedString(operation.GetUUID());
+        record.packageID = BoundedString(operation.GetPackageID());
+        record.type = static_cast<std::int32_t>(operation.GetType());
+        record.status = static_cast<std::int32_t>(operation.GetStatus());
+        record.errorCode = static_cast<std::int32_t>(operation.GetErrorCode());
+        archive << std::as_const(record);
+    }
+    return std::move(buffer).str();
+}
+
+/// The archive begins with its signature, a string: the same care as for the strings of the record.
+void CheckSignatureLength(std::string_view content)
+{
+    std::size_t length = 0;
+    if (content.size() < sizeof length) {
+        ThrowDamaged();
+    }
+    std::memcpy(&length, content.data(), sizeof length);
+    if (length != std::string_view(boost::archive::BOOST_ARCHIVE_SIGNATURE()).size()) {
+        ThrowDamaged();
+    }
+}
+
+/// What comes before the record: not tracked, class version 0. The archive does not reject another
+/// version, and asserts instead of failing where the flag is neither 0 nor 1.
+void CheckClassInformation(std::string_view content)
+{
+    constexpr std::string_view untrackedVersion0("\0\0\0\0\0", 5);
+    if (content.substr(0, untrackedVersion0.size()) != untrackedVersion0) {
+        throw boost::archive::archive_exception(
+            boost::archive::archive_exception::unsupported_class_version, "SerializableOperation");
+    }
+}
+
+Operation Deserialize(std::string content)
+{
+    CheckSignatureLength(content);
+    MemoryBuffer buffer(content);
+    boost::archive::binary_iarchive archive(buffer, archiveFlags);
+    CheckClassInformation(buffer.Rest());
+    SerializableOperation record;
+    record.uuid.source = &buffer;
+    record.packageID.source = &buffer;
+    archive >> record;
+    return Operation(std::move(record.uuid.text), std::move(record.packageID.text),
+                     static_cast<Common::OperationType>(record.type),
+                     static_cast<Common::OperationStatus>(record.status),
+                     static_cast<Common::ErrorCode>(record.errorCode));
+}
+
+} // namespace
+
+Result<void> Operation::SaveToFile(const std::string& path) const
+{
+    const FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC);
+    if (!file) {
+        return ErrorResult("Couldn't open " + path + " to save operation");
+    }
+    bool written = false;
+    try {
+        written = WriteAll(file, Serialize(*this));
+    } catch (const std::exception&) {
+    }
+    if (!written) {
+        return ErrorResult("Couldn't serialize operation to " + path);
+    }
+    return SuccessResult<void>();
+}
+
+Result<Operation> Operation::FromFile(const std::string& path)
+{
+    const FileDescriptor file = Open(path, O_RDONLY);
+    if (!file) {
+        return ErrorResult("Couldn't open " + path + " to read operation");
+    }
+    try {
+        if (std::optional<std::string> content = ReadAll(file)) {
+            return SuccessResult<Operation>(Deserialize(std::move(*content)));
+        }
+    } catch (const std::exception&) {
+    }
+    return ErrorResult("Couldn't deserialize operation from " + path);
+}
+
+} // namespace Emporium

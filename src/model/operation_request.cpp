@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <emporium/operation_request.h>
+
+#include "model/display_name.h"
+
+#include <optional>
+#include <stdexcept>
+
+namespace Emporium {
+
+class OperationRequestPrivate
+{
+public:
+    Common::OperationType type = Common::OperationType::Install;
+    std::string packageID;
+    std::string packagePath;
+};
+
+class OperationRequest::BuilderPrivate
+{
+public:
+    void SetOperationType(Common::OperationType type) { m_type = type; }
+    void SetPackageID(const std::string& id) { m_packageID = id; }
+    void SetPackagePath(const std::string& path) { m_packagePath = path; }
+
+    OperationRequest Build() const
+    {
+        OperationRequest request;
+        if (!m_type) {
+            throw std::logic_error(
+                "Attempt to build an operation request but operation type not specified");
+        }
+        request.SetOperationType(*m_type);
+        if (*m_type == Common::OperationType::Remove) {
+            request.SetPackageID(Required(m_packageID, " but package id not specified"));
+        } else {
+            request.SetPackagePath(Required(m_packagePath, " but package path not specified"));
+        }
+        return request;
+    }
+
+private:
+    const std::string& Required(const std::optional<std::string>& field, const char* absent) const
+    {
+        if (!field) {
+            throw std::logic_error(std::string("Attempt to build an operation request with type ") +
+                                   DisplayName(*m_type) + absent);
+        }
+        return *field;
+    }
+
+    std::optional<Common::OperationType> m_type;
+    std::optional<std::string> m_packageID;
+    std::optional<std::string> m_packagePath;
+};
+
+OperationRequest::OperationRequest() : m_private(std::make_shared<OperationRequestPrivate>()) {}
+OperationRequest::OperationRequest(const OperationRequest&) = default;
+OperationRequest::OperationRequest(OperationRequest&&) noexcept = default;
+OperationRequest& OperationRequest::operator=(const OperationRequest&) = default;
+OperationRequest& OperationRequest::operator=(OperationRequest&&) noexcept = default;
+OperationRequest::~OperationRequest() = default;
+
+Common::OperationType OperationRequest::GetOperationType() const
+{
+    return m_private->type;
+}
+
+const std::string& OperationRequest::GetPackageID() const
+{
+    return m_private->packageID;
+}
+
+const std::string& OperationRequest::GetPackagePath() const
+{
+    return m_private->packagePath;
+}
+
+void OperationRequest::SetOperationType(Common::OperationType type)
+{
+    m_private->type = type;
+}
+
+void OperationRequest::SetPackageID(const std::string& id)
+{
+    m_private->packageID = id;
+}
+
+void OperationRequest::SetPackagePath(const std::string& path)
+{
+    m_private->packagePath = path;
+}
+
+OperationRequest::Builder::Builder() : m_private(std::make_shared<BuilderPrivate>()) {}
+OperationRequest::Builder::Builder(const Builder&) = default;
+OperationRequest::Builder::Builder(Builder&&) noexcept = default;
+OperationRequest::Builder& OperationRequest::Builder::operator=(const Builder&) = default;
+OperationRequest::Builder& OperationRequest::Builder::operator=(Builder&&) noexcept = default;
+OperationRequest::Builder::~Builder() = default;
+
+OperationRequest::Builder& OperationRequest::Builder::SetOperationType(Common::OperationType type)
+{
+    m_private->SetOperationType(type);
+    return *this;
+}
+
+OperationRequest::Builder& OperationRequest::Builder::SetPackageID(const std::string& id)
+{
+    m_private->SetPackageID(id);
+    return *this;
+}
+
+OperationRequest::Builder& OperationRequest::Builder::SetPackagePath(const std::string& path)
+{
+    m_private->SetPackagePath(path);
+    return *this;
+}
+
+OperationRequest OperationRequest::Builder::Build() const
+{
+    return m_private->Build();
+}
+
+} // namespace Emporium
