@@ -3,3 +3,6 @@
 
 /// Marks what libemporium.so.0 exports; everything else in it is hidden.
 #define EMPORIUM_EXPORT __attribute__((visibility("default")))
+
+/// Keeps a member of an exported class inside the library.
+#define EMPORIUM_LOCAL __attribute__((visibility("hidden")))

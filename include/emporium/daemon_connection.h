@@ -116,7 +116,7 @@ public:
 
 private:
     friend class SharedDaemonConnection;
-    explicit DaemonConnection(std::shared_ptr<DaemonConnectionPrivate> shared);
+    EMPORIUM_LOCAL explicit DaemonConnection(std::shared_ptr<DaemonConnectionPrivate> shared);
 
     std::shared_ptr<DaemonConnectionPrivate> m_private;
 };

@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "fake_proxy.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace Emporium;
+using namespace TestSupport;
+using testing::Return;
+
+class Cache : public ConnectionTest
+{
+protected:
+    /// An entry that was last written `age` seconds ago.
+    void Store(const std::string& name, int age, const Operation& operation)
+    {
+        fs::create_directories(CacheDirectory());
+        const fs::path path = CacheDirectory() / name;
+        ASSERT_TRUE(static_cast<bool>(operation.SaveToFile(path.string())));
+        fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::seconds(age));
+    }
+
+    void Store(const std::string& uuid, int age) { Store(uuid, age, MakeOperation(uuid, 100)); }
+
+    /// A connection from start to end; what it had completed.
+    Strings Run(std::string* log = nullptr)
+    {
+        Strings completed;
+        const std::string output = OutputOf([&] {
+            const DaemonConnection connection;
+            completed = Contents(connection.GetCompletedOperations());
+        });
+        if (log != nullptr) {
+            *log = output;
+        }
+        return completed;
+    }
+
+    Strings Entries() const
+    {
+        Strings entries;
+        for (const auto& entry : fs::directory_iterator(CacheDirectory())) {
+            entries.push_back(entry.path().filename().string());
+        }
+        std::sort(entries.begin(), entries.end());
+        return entries;
+    }
+
+    std::string PathOf(const std::string& name) const
+    {
+        return CacheDirectory().string() + "/" + name;
+    }
+};
+
+TEST_F(Cache, OperationsLoadInTheOrderInWhichTheyWereWrittenBeforeTheDaemonsOwn)
+{
+    Store("b", 30);
+    Store("c", 20);
+    Store("a", 10);
+    properties.CompletedOperations = {MakeOperation("daemon", 101)};
+    EXPECT_EQ(Run(), (Strings{"b 100", "c 100", "a 100", "daemon 101"}));
+}
+
+TEST_F(Cache, ComesBackInTheNextRun)
+{
+    properties.CompletedOperations = {MakeOperation("one", 100), MakeOperation("two", 101)};
+    Run();
+    EXPECT_EQ(Entries(), (Strings{"one", "two"}));
+    properties.CompletedOperations.clear();
+    Strings completed = Run();
+    std::sort(completed.begin(), completed.end());
+    EXPECT_EQ(completed, (Strings{"one 100", "two 101"}));
+    EXPECT_EQ(Entries(), (Strings{"one", "two"})) << "and in the one after that";
+}
+
+TEST_F(Cache, AnOperationThatTheDaemonStillKnowsIsListedTwiceAndStoredOnce)
+{
+    Store("one", 10);
+    properties.CompletedOperations = {MakeOperation("one", 101)};
+    EXPECT_EQ(Run(), (Strings{"one 100", "one 101"}));
+    EXPECT_EQ(Entries(), (Strings{"one"}));
+}
+
+TEST_F(Cache, TheDirectoryIsThereBetweenRunsOnly)
+{
+    Store("one", 10);
+    const DaemonConnection connection;
+    EXPECT_FALSE(fs::exists(CacheDirectory()));
+}
+
+TEST_F(Cache, AnEmptyDirectoryIsRemovedAndYieldsNothing)
+{
+    fs::create_directories(CacheDirectory());
+    const DaemonConnection connection;
+    EXPECT_TRUE(connection.GetCompletedOperations().empty());
+    EXPECT_FALSE(fs::exists(CacheDirectory()));
+}
+
+TEST_F(Cache, ACorruptFileIsSkippedWithOneWarningAndRemovedWithTheDirectory)
+{
+    Store("good", 20);
+    std::ofstream(CacheDirectory() / "bad") << "no operation";
+    Store("better", 10);
+    Strings completed;
+    std::unique_ptr<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
+    EXPECT_EQ(log, "[W] Couldn't deserialize operation from " + PathOf("bad") + "\n");
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()), (Strings{"good 100", "better 100"}));
+    EXPECT_FALSE(fs::exists(CacheDirectory()));
+}
+
+TEST_F(Cache, OddEntriesNeitherBlockNorStopTheReading)
+{
+    Store("good", 20);
+    ASSERT_EQ(mkfifo(PathOf("fifo").c_str(), 0600), 0);
+    fs::create_directory(CacheDirectory() / "directory");
+    fs::create_symlink("/dev/zero", CacheDirectory() / "device");
+    Store("better", 10);
+    std::unique_ptr<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()), (Strings{"good 100", "better 100"}));
+    for (const char* name : {"fifo", "directory", "device"}) {
+        EXPECT_NE(log.find("[W] Couldn't deserialize operation from " + PathOf(name) + "\n"),
+                  std::string::npos)
+            << log;
+    }
+}
+
+TEST_F(Cache, ADanglingLinkStopsTheReadingAndLeavesTheDirectory)
+{
+    Store("good", 20);
+    fs::create_symlink("nowhere", CacheDirectory() / "dangling");
+    std::unique_ptr<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
+    EXPECT_EQ(log.rfind("[W] Couldn't read cached completed operations (", 0), 0U) << log;
+    EXPECT_EQ(log.substr(log.size() - 2), ")\n");
+    EXPECT_TRUE(connection->GetCompletedOperations().empty());
+    EXPECT_TRUE(fs::exists(CacheDirectory() / "good"));
+}
+
+TEST_F(Cache, ARegularFileAtTheDirectorysPathIsLeftAloneAndEverySaveFails)
+{
+    fs::create_directories(CacheDirectory().parent_path());
+    std::ofstream(CacheDirectory()) << "content";
+    properties.CompletedOperations = {MakeOperation("one", 100), MakeOperation("two", 100)};
+    std::string log;
+    EXPECT_EQ(Run(&log), (Strings{"one 100", "two 100"}));
+    EXPECT_EQ(log, "[W] Couldn't open " + PathOf("one") + " to save operation\n" +
+                       "[W] Couldn't open " + PathOf("two") + " to save operation\n");
+    EXPECT_TRUE(fs::is_regular_file(CacheDirectory()));
+}
+
+TEST_F(Cache, ADirectoryThatCannotBeCreatedIsAWarning)
+{
+    std::ofstream(cacheHome.Path() / "test.app") << "in the way";
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    std::string log;
+    Run(&log);
+    EXPECT_EQ(log.rfind("[W] Couldn't create cache directory to store completed operations (", 0),
+              0U)
+        << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    EXPECT_EQ(log.substr(log.size() - 2), ")\n");
+}
+
+TEST_F(Cache, ALoopOnTheWayEndsNeitherTheStartNorTheEnd)
+{
+    fs::create_directory_symlink("test.app", cacheHome.Path() / "test.app");
+    std::string log;
+    EXPECT_TRUE(Run(&log).empty());
+    EXPECT_EQ(log.rfind("[W] Couldn't read cached completed operations (", 0), 0U) << log;
+    EXPECT_NE(log.find("\n[W] Couldn't create cache directory to store completed operations ("),
+              std::string::npos)
+        << log;
+}
+
+TEST_F(Cache, ADirectoryThatCannotBeRemovedIsAWarning)
+{
+    if (geteuid() == 0) {
+        // Even root cannot remove a directory that something is mounted on, but mounting is more
+        // than a test should do to a machine; dropping the right to do everything is not.
+        ASSERT_EQ(chmod(cacheHome.Path().c_str(), 0755), 0);
+    }
+    Store("one", 10);
+    const fs::path parent = CacheDirectory().parent_path();
+    if (geteuid() == 0) {
+        for (fs::path path = CacheDirectory(); path != cacheHome.Path();
+             path = path.parent_path()) {
+            ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+        }
+        ASSERT_EQ(chown(PathOf("one").c_str(), 65534, 65534), 0);
+        ASSERT_EQ(seteuid(65534), 0);
+    }
+    fs::permissions(parent, fs::perms::owner_read | fs::perms::owner_exec);
+    std::string log;
+    std::unique_ptr<DaemonConnection> connection;
+    log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
+    EXPECT_EQ(log.rfind("[W] Couldn't remove completed operations cache directory (", 0), 0U)
+        << log;
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()), (Strings{"one 100"}));
+    fs::permissions(parent, fs::perms::owner_all);
+    connection.reset();
+    if (getuid() == 0) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+}
+
+TEST_F(Cache, AUUIDThatIsNoPlainFileNameLeadsNowhereAndTheOthersAreStored)
+{
+    const std::string tooLong(300, 'x');
+    const std::string zero("zero\0byte", 9);
+    const Strings uuids = {"", ".", "..", "../outside", "/tmp/absolute", "a/b", zero, tooLong};
+    for (const std::string& uuid : uuids) {
+        properties.CompletedOperations.push_back(MakeOperation(uuid, 100));
+    }
+    properties.CompletedOperations.push_back(MakeOperation("good", 100));
+    std::string log;
+    Run(&log);
+    std::string expected;
+    for (const std::string& uuid : uuids) {
+        expected += "[W] Couldn't open " + PathOf(uuid) + " to save operation\n";
+    }
+    EXPECT_EQ(log, expected);
+    EXPECT_EQ(Entries(), (Strings{"good"}));
+    EXPECT_FALSE(fs::exists(CacheDirectory().parent_path() / "outside"));
+    EXPECT_FALSE(fs::exists("/tmp/absolute"));
+}
+
+TEST_F(Cache, ASecondConnectionFindsNoDirectoryAndBothStoreWhatTheyHave)
+{
+    Store("cached", 10);
+    {
+        const DaemonConnection first;
+        properties.CompletedOperations = {MakeOperation("later", 100)};
+        const DaemonConnection second;
+        EXPECT_EQ(Contents(first.GetCompletedOperations()), (Strings{"cached 100"}));
+        EXPECT_EQ(Contents(second.GetCompletedOperations()), (Strings{"later 100"}));
+    }
+    EXPECT_EQ(Entries(), (Strings{"cached", "later"}));
+}
+
+} // namespace

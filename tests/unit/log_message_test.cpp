@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "common/log/log_message.h"
+
+#include "support/output.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <iomanip>
+#include <iostream>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+using Common::LogLevel;
+using Common::LogMessage;
+using TestSupport::OutputOf;
+
+TEST(LogMessage, EachLevelHasItsPrefix)
+{
+    EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Info) << "text"; }), "[I] text\n");
+    EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Warning) << "text"; }), "[W] text\n");
+    EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Error) << "text"; }), "[E] text\n");
+}
+
+TEST(LogMessage, ALevelOutOfRangeHasNoPrefix)
+{
+    EXPECT_EQ(OutputOf([] { LogMessage(static_cast<LogLevel>(3)) << "text"; }), "text\n");
+    EXPECT_EQ(OutputOf([] { LogMessage(static_cast<LogLevel>(-1)) << "text"; }), "text\n");
+}
+
+TEST(LogMessage, WithoutAnInsertionNothingIsWritten)
+{
+    EXPECT_EQ(OutputOf([] { LogMessage message(LogLevel::Error); }), "");
+}
+
+TEST(LogMessage, WithAnEmptyInsertionNothingIsWritten)
+{
+    EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Error) << "" << std::string(); }), "");
+}
+
+TEST(LogMessage, AStreamThatFailedWritesNothing)
+{
+    const char* const none = nullptr;
+    EXPECT_EQ(OutputOf([&] { LogMessage(LogLevel::Error) << "text" << none; }), "");
+}
+
+TEST(LogMessage, TakesTheKindsOfTextThatAreReported)
+{
+    const std::runtime_error error("cause");
+    const std::string owned = "owned ";
+    EXPECT_EQ(OutputOf([&] {
+                  LogMessage(LogLevel::Warning)
+                      << "literal " << owned << error.what() << ' '
+                      << std::numeric_limits<std::uint64_t>::max() << ' ' << std::quoted("a\"b");
+              }),
+              "[W] literal owned cause 18446744073709551615 \"a\\\"b\"\n");
+}
+
+TEST(LogMessage, LineFeedsInTheTextAreWrittenAsTheyAre)
+{
+    EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Info) << "one\ntwo\n"; }), "[I] one\ntwo\n\n");
+}
+
+TEST(LogMessage, TwoReportsAreTwoLines)
+{
+    EXPECT_EQ(OutputOf([] {
+                  LogMessage(LogLevel::Error) << "first";
+                  LogMessage(LogLevel::Warning) << "second";
+              }),
+              "[E] first\n[W] second\n");
+}
+
+TEST(LogMessage, AnInterruptedMessageIsWrittenAsFarAsItCame)
+{
+    const auto fail = []() -> const char* { throw std::runtime_error("interrupted"); };
+    const auto report = [&] {
+        LogMessage message(LogLevel::Error);
+        message << "so far ";
+        message << fail();
+    };
+    EXPECT_EQ(OutputOf([&] { EXPECT_THROW(report(), std::runtime_error); }), "[E] so far \n");
+}
+
+} // namespace

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <emporium/operation.h>
+
+#include "support/temporary_directory.h"
+
+#include <boost/archive/binary_iarchive.hpp>
+#include <boost/archive/binary_oarchive.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Emporium;
+
+class OperationFile : public testing::Test
+{
+protected:
+    std::string PathOf(const char* name) const { return (directory.Path() / name).string(); }
+
+    static std::string Read(const std::string& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
+
+    static void Write(const std::string& path, const std::string& content)
+    {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+
+    void ExpectDamaged(const std::string& content)
+    {
+        Write(path, content);
+        const Result<Operation> result = Operation::FromFile(path);
+        ASSERT_TRUE(result.HasError());
+        EXPECT_EQ(result.GetError(), "Couldn't deserialize operation from " + path);
+    }
+
+    static Operation Sample()
+    {
+        return Operation("0a5d", "org.example.app", Common::OperationType::Upgrade,
+                         Common::OperationStatus::Failed, Common::ErrorCode::FileConflict);
+    }
+
+    std::string SavedSample()
+    {
+        EXPECT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
+        return Read(path);
+    }
+
+    TestSupport::TemporaryDirectory directory;
+    std::string path = PathOf("operation");
+};
+
+void ExpectEqual(const Operation& left, const Operation& right)
+{
+    EXPECT_EQ(left.GetUUID(), right.GetUUID());
+    EXPECT_EQ(left.GetPackageID(), right.GetPackageID());
+    EXPECT_EQ(left.GetType(), right.GetType());
+    EXPECT_EQ(left.GetStatus(), right.GetStatus());
+    EXPECT_EQ(left.GetErrorCode(), right.GetErrorCode());
+}
+
+TEST_F(OperationFile, WhatIsSavedIsLoaded)
+{
+    const Operation odd("", std::string("zero\0byte", 9), static_cast<Common::OperationType>(-7),
+                        static_cast<Common::OperationStatus>(2147483647),
+                        static_cast<Common::ErrorCode>(12));
+    for (const Operation& operation : {Sample(), Operation(), odd}) {
+        ASSERT_TRUE(static_cast<bool>(operation.SaveToFile(path)));
+        const Result<Operation> loaded = Operation::FromFile(path);
+        ASSERT_TRUE(static_cast<bool>(loaded)) << loaded.GetError();
+        ExpectEqual(loaded.Get(), operation);
+    }
+}
+
+TEST_F(OperationFile, SavingReplacesWhatWasThere)
+{
+    Write(path, std::string(10000, 'x'));
+    ASSERT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
+    ExpectEqual(Operation::FromFile(path).Get(), Sample());
+    EXPECT_LT(Read(path).size(), 200U);
+}
+
+/// The form in the file, read with nothing but the archive library's own strings and numbers.
+TEST_F(OperationFile, HoldsAPreambleTwoStringsAndThreeNumbers)
+{
+    const std::string content = SavedSample();
+    std::ifstream file(path, std::ios::binary);
+    boost::archive::binary_iarchive archive(file, 0);
+    char preamble[5] = {1, 1, 1, 1, 1};
+    archive.load_binary(preamble, sizeof preamble);
+    EXPECT_EQ(std::string(preamble, 5), std::string(5, '\0')) << "not tracked, version 0";
+    std::string uuid;
+    std::string packageID;
+    std::int32_t numbers[3] = {};
+    archive >> uuid >> packageID;
+    archive.load_binary(numbers, sizeof numbers);
+    EXPECT_EQ(uuid, "0a5d");
+    EXPECT_EQ(packageID, "org.example.app");
+    EXPECT_EQ(numbers[0], 1);
+    EXPECT_EQ(numbers[1], 101);
+    EXPECT_EQ(numbers[2], 28);
+    EXPECT_EQ(file.peek(), std::ifstream::traits_type::eof()) << "nothing follows";
+    EXPECT_EQ(content.substr(content.size() - 4), std::string("\x1c\0\0\0", 4));
+}
+
+TEST_F(OperationFile, AnEmptyFileCannotBeDeserialized)
+{
+    ExpectDamaged("");
+}
+
+TEST_F(OperationFile, AFileCutOffAnywhereCannotBeDeserialized)
+{
+    const std::string content = SavedSample();
+    for (std::size_t length = 0; length < content.size(); ++length) {
+        ExpectDamaged(content.substr(0, length));
+    }
+}
+
+TEST_F(OperationFile, AnotherClassVersionIsRejected)
+{
+    std::string content = SavedSample();
+    const std::size_t uuid = content.find(std::string("\x04\0\0\0\0\0\0\0"
+                                                      "0a5d",
+                                                      12));
+    ASSERT_NE(uuid, std::string::npos);
+    for (std::size_t offset = 1; offset <= 4; ++offset) {
+        std::string changed = content;
+        changed[uuid - offset] = 1;
+        ExpectDamaged(changed);
+    }
+}
+
+TEST_F(OperationFile, ATrackedObjectIsRejected)
+{
+    std::string content = SavedSample();
+    const std::size_t uuid = content.find("0a5d") - 8;
+    for (const char flag : {'\1', '\2', '\xff'}) {
+        content[uuid - 5] = flag;
+        ExpectDamaged(content);
+    }
+}
+
+/// Whatever a damaged file says about lengths, the memory that is taken stays near the file's size.
+TEST_F(OperationFile, AHugeLengthIsRefusedBeforeAnythingIsAllocated)
+{
+    const std::string content = SavedSample();
+    const std::size_t uuid = content.find("0a5d") - 8;
+    const std::size_t packageID = content.find("org.example.app") - 8;
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    for (const std::size_t place : {std::size_t{0}, uuid, packageID}) {
+        for (const std::uint64_t length :
+             {std::uint64_t{1} << 30, std::uint64_t{1} << 40, ~std::uint64_t{0}}) {
+            std::string changed = content;
+            std::memcpy(changed.data() + place, &length, sizeof length);
+            ExpectDamaged(changed);
+        }
+    }
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 * 1024) << "KiB";
+}
+
+TEST_F(OperationFile, EveryFlippedByteIsEitherReadOrRefused)
+{
+    const std::string content = SavedSample();
+    for (std::size_t index = 0; index < content.size(); ++index) {
+        for (const char mask : {'\x01', '\x80', '\xff'}) {
+            std::string changed = content;
+            changed[index] = static_cast<char>(changed[index] ^ mask);
+            Write(path, changed);
+            const Result<Operation> result = Operation::FromFile(path);
+            if (result.HasError()) {
+                EXPECT_EQ(result.GetError(), "Couldn't deserialize operation from " + path);
+            }
+        }
+    }
+}
+
+TEST_F(OperationFile, AMissingFileCannotBeOpened)
+{
+    const Result<Operation> result = Operation::FromFile(path);
+    ASSERT_TRUE(result.HasError());
+    EXPECT_EQ(result.GetError(), "Couldn't open " + path + " to read operation");
+}
+
+TEST_F(OperationFile, SavingIntoAMissingDirectoryFails)
+{
+    const std::string missing = PathOf("missing/operation");
+    const Result<void> result = Operation().SaveToFile(missing);
+    ASSERT_TRUE(result.HasError());
+    EXPECT_EQ(result.GetError(), "Couldn't open " + missing + " to save operation");
+}
+
+TEST_F(OperationFile, AFullDiskIsAFailureToSerialize)
+{
+    if (access("/dev/full", W_OK) != 0) {
+        GTEST_SKIP() << "there is no /dev/full here";
+    }
+    const Result<void> result = Sample().SaveToFile("/dev/full");
+    ASSERT_TRUE(result.HasError());
+    EXPECT_EQ(result.GetError(), "Couldn't serialize operation to /dev/full");
+}
+
+TEST_F(OperationFile, AFifoNeitherBlocksReadingNorWriting)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't deserialize operation from " + path);
+    EXPECT_EQ(Sample().SaveToFile(path).GetError(), "Couldn't open " + path + " to save operation");
+}
+
+TEST_F(OperationFile, ADirectoryAndADeviceAreNoOperations)
+{
+    EXPECT_EQ(Operation::FromFile(directory.Path().string()).GetError(),
+              "Couldn't deserialize operation from " + directory.Path().string());
+    EXPECT_EQ(Operation::FromFile("/dev/zero").GetError(),
+              "Couldn't deserialize operation from /dev/zero");
+}
+
+TEST_F(OperationFile, ASocketCannotBeOpened)
+{
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.size(), sizeof address.sun_path);
+    std::strcpy(address.sun_path, path.c_str());
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    close(descriptor);
+    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't open " + path + " to read operation");
+}
+
+TEST_F(OperationFile, APathWithAZeroByteNamesNoFile)
+{
+    const std::string zero = path + std::string("\0.txt", 5);
+    EXPECT_EQ(Sample().SaveToFile(zero).GetError(), "Couldn't open " + zero + " to save operation");
+    EXPECT_FALSE(std::filesystem::exists(path));
+    ASSERT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
+    EXPECT_EQ(Operation::FromFile(zero).GetError(), "Couldn't open " + zero + " to read operation");
+}
+
+} // namespace
