@@ -46,7 +46,7 @@ std::filesystem::path CacheHome()
 {
     // Relative paths in these variables are invalid and to be ignored, as the XDG base-directory
     // rules have it: they would mean another directory with every change of the working directory.
-    const std::filesystem::path cacheHome = Environment("XDG_CACHE_HOME");
+    std::filesystem::path cacheHome = Environment("XDG_CACHE_HOME");
     if (cacheHome.is_absolute()) {
         return cacheHome;
     }
