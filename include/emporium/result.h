@@ -41,11 +41,6 @@ class EMPORIUM_EXPORT SuccessResult
 {
 public:
     explicit SuccessResult(T value);
-    SuccessResult(const SuccessResult& other);
-    SuccessResult(SuccessResult&& other) noexcept;
-    SuccessResult& operator=(const SuccessResult& other);
-    SuccessResult& operator=(SuccessResult&& other) noexcept;
-    ~SuccessResult();
 
     /// The value. The reference lives as long as any copy of this handle.
     const T& Get() const;
@@ -62,8 +57,8 @@ class EMPORIUM_EXPORT SuccessResult<void>
 
 /// The outcome of a query or a command: a value, or the message of a failure.
 ///
-///     const Emporium::Result<Emporium::Package> package =
-///     connection.GetPackage("org.example.app"); if (package) {
+///     const auto package = connection.GetPackage("org.example.app");
+///     if (package) {
 ///         std::cout << package->GetVersion() << '\n';
 ///     } else {
 ///         std::cerr << package.GetError() << '\n';
@@ -78,11 +73,6 @@ class EMPORIUM_EXPORT Result
 public:
     Result(ErrorResult error);
     Result(SuccessResult<T> success);
-    Result(const Result& other);
-    Result(Result&& other) noexcept;
-    Result& operator=(const Result& other);
-    Result& operator=(Result&& other) noexcept;
-    ~Result();
 
     bool HasError() const;
 
@@ -107,11 +97,6 @@ class EMPORIUM_EXPORT Result<void>
 public:
     Result(ErrorResult error);
     Result(SuccessResult<void> success);
-    Result(const Result& other);
-    Result(Result&& other) noexcept;
-    Result& operator=(const Result& other);
-    Result& operator=(Result&& other) noexcept;
-    ~Result();
 
     bool HasError() const;
 

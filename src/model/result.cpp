@@ -32,12 +32,6 @@ Result<void>::Result(SuccessResult<void> success)
 {
 }
 
-Result<void>::Result(const Result&) = default;
-Result<void>::Result(Result&&) noexcept = default;
-Result<void>& Result<void>::operator=(const Result&) = default;
-Result<void>& Result<void>::operator=(Result&&) noexcept = default;
-Result<void>::~Result() = default;
-
 bool Result<void>::HasError() const
 {
     return std::holds_alternative<ErrorResult>(m_private->outcome);

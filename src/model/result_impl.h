@@ -46,17 +46,6 @@ SuccessResult<T>::SuccessResult(T value)
 }
 
 template <typename T>
-SuccessResult<T>::SuccessResult(const SuccessResult&) = default;
-template <typename T>
-SuccessResult<T>::SuccessResult(SuccessResult&&) noexcept = default;
-template <typename T>
-SuccessResult<T>& SuccessResult<T>::operator=(const SuccessResult&) = default;
-template <typename T>
-SuccessResult<T>& SuccessResult<T>::operator=(SuccessResult&&) noexcept = default;
-template <typename T>
-SuccessResult<T>::~SuccessResult() = default;
-
-template <typename T>
 const T& SuccessResult<T>::Get() const
 {
     return m_private->value;
@@ -73,17 +62,6 @@ Result<T>::Result(SuccessResult<T> success)
     : m_private(std::make_shared<ResultPrivate<T>>(std::move(success)))
 {
 }
-
-template <typename T>
-Result<T>::Result(const Result&) = default;
-template <typename T>
-Result<T>::Result(Result&&) noexcept = default;
-template <typename T>
-Result<T>& Result<T>::operator=(const Result&) = default;
-template <typename T>
-Result<T>& Result<T>::operator=(Result&&) noexcept = default;
-template <typename T>
-Result<T>::~Result() = default;
 
 template <typename T>
 bool Result<T>::HasError() const

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "support/gobject.h"
+#include "support/output.h"
+#include "support/process.h"
+#include "support/temporary_directory.h"
+
+#include <emporium/emporium.h>
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace TestSupport {
+
+using Strings = std::vector<std::string>;
+using OperationCallback = std::function<void(const Emporium::Operation&)>;
+using PackageCallback = std::function<void(const Emporium::Package&)>;
+
+/// A session bus of the test's own.
+class PrivateBus
+{
+public:
+    explicit PrivateBus(const TemporaryDirectory& directory)
+        : m_address("unix:path=" + (directory.Path() / "bus").string())
+    {
+        const auto configuration = directory.Path() / "bus.conf";
+        std::ofstream(configuration)
+            << "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN' "
+               "'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>"
+               "<busconfig><type>session</type><listen>"
+            << m_address
+            << "</listen><policy context='default'>"
+               "<allow send_destination='*' eavesdrop='true'/><allow eavesdrop='true'/>"
+               "<allow own='*'/></policy>"
+               "<limit name='max_incoming_bytes'>1000000000</limit>"
+               "<limit name='max_outgoing_bytes'>1000000000</limit>"
+               "<limit name='max_message_size'>1000000000</limit></busconfig>";
+        m_process.emplace(Strings{"dbus-daemon", "--nofork", "--nopidfile", "--print-address",
+                                  "--config-file=" + configuration.string()});
+        m_process->ReadLine();
+    }
+
+    const std::string& Address() const { return m_address; }
+    void Stop() { m_process->Stop(); }
+
+private:
+    std::string m_address;
+    std::optional<Process> m_process;
+};
+
+/// The simulator in a process of its own, and what it is told over the bus.
+class Simulator
+{
+public:
+    explicit Simulator(const std::string& address, Strings options = {})
+        : m_connection(g_dbus_connection_new_for_address_sync(
+              address.c_str(),
+              static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+              nullptr, nullptr, nullptr))
+    {
+        options.insert(options.begin(), EMPORIUM_SIMULATOR);
+        m_process.emplace(options);
+        if (m_process->ReadLine() != "ready") {
+            throw std::runtime_error("the simulator does not come up");
+        }
+        const Owned<GVariant> owner =
+            Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                 "GetNameOwner", g_variant_new("(s)", "org.velmora.Emporium"));
+        const char* name = nullptr;
+        g_variant_get(owner.get(), "(&s)", &name);
+        m_uniqueName = name;
+    }
+
+    void Stop() { m_process->Stop(); }
+    int Wait() { return m_process->Wait(); }
+
+    /// A verb of the control interface.
+    template <typename... Arguments>
+    Owned<GVariant> Tell(const char* verb, const char* format, Arguments... arguments)
+    {
+        return Call(m_uniqueName.c_str(), "/org/velmora/Emporium/Simulator",
+                    "org.velmora.Emporium.Simulator", verb, g_variant_new(format, arguments...));
+    }
+
+    void Emit(const char* signal, const char* body, unsigned count = 1)
+    {
+        Tell("Emit", "(ssu)", signal, body, count);
+    }
+
+    /// How often the method was called, and with what the last time.
+    std::pair<unsigned, std::string> Calls(const char* method)
+    {
+        const Owned<GVariant> reply = Tell("Calls", "(s)", method);
+        unsigned count = 0;
+        const char* argument = nullptr;
+        g_variant_get(reply.get(), "(u&s)", &count, &argument);
+        return {count, argument};
+    }
+
+    bool NameHasOwner(const char* name)
+    {
+        const Owned<GVariant> reply =
+            Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                 "NameHasOwner", g_variant_new("(s)", name));
+        gboolean owned = FALSE;
+        g_variant_get(reply.get(), "(b)", &owned);
+        return owned != FALSE;
+    }
+
+    GDBusConnection* Connection() { return m_connection.get(); }
+
+private:
+    Owned<GVariant> Call(const char* destination, const char* path, const char* interface,
+                         const char* method, GVariant* arguments)
+    {
+        GError* raw = nullptr;
+        Owned<GVariant> reply(g_dbus_connection_call_sync(
+            m_connection.get(), destination, path, interface, method, arguments, nullptr,
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &raw));
+        const Owned<GError> error(raw);
+        if (error) {
+            throw std::runtime_error(error->message);
+        }
+        return reply;
+    }
+
+    Owned<GDBusConnection> m_connection;
+    std::optional<Process> m_process;
+    std::string m_uniqueName;
+};
+
+/// A bus, and an application's environment on it. The simulator is started where a test wants it.
+class BusTest : public testing::Test
+{
+protected:
+    BusTest()
+    {
+        setenv("DBUS_SESSION_BUS_ADDRESS", bus.Address().c_str(), 1);
+        setenv("XDG_CACHE_HOME", (directory.Path() / "cache").c_str(), 1);
+        setenv("HOME", directory.Path().c_str(), 1);
+        setenv("VEYRA_APP_ID", "org.example.test", 1);
+    }
+
+    /// Runs the main loop until `done()`. A test that waits for what never comes is given up.
+    template <typename Done>
+    static void RunUntil(Done done)
+    {
+        bool givenUp = false;
+        const guint limit = g_timeout_add(
+            30000,
+            [](gpointer flag) -> gboolean {
+                *static_cast<bool*>(flag) = true;
+                return G_SOURCE_CONTINUE;
+            },
+            &givenUp);
+        while (!done() && !givenUp) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+        g_source_remove(limit);
+        ASSERT_FALSE(givenUp) << "what was waited for did not come";
+    }
+
+    /// Runs the main loop as long as it finds something to do by itself.
+    static void RunWhatIsReady()
+    {
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+    }
+
+    /// A package file that the simulator takes.
+    std::string PackageFile(const std::string& id, const std::string& version = "1.0")
+    {
+        const std::string path = (directory.Path() / (id + ".pkg")).string();
+        std::ofstream(path) << "[Package]\nID=" << id << "\nVersion=" << version
+                            << "\nArchitecture=noarch\nDeveloperCertificateID=developer\n"
+                               "DeveloperCertificateSubgroup=regular\n";
+        return path;
+    }
+
+    static Emporium::OperationRequest InstallRequest(const std::string& path)
+    {
+        return Emporium::OperationRequest::Builder()
+            .SetOperationType(Common::OperationType::Install)
+            .SetPackagePath(path)
+            .Build();
+    }
+
+    static Emporium::OperationRequest RemoveRequest(const std::string& id)
+    {
+        return Emporium::OperationRequest::Builder()
+            .SetOperationType(Common::OperationType::Remove)
+            .SetPackageID(id)
+            .Build();
+    }
+
+    TemporaryDirectory directory;
+    PrivateBus bus{directory};
+};
+
+} // namespace TestSupport

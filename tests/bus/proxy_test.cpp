@@ -1,0 +1,763 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "bus_fixture.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+
+namespace {
+
+using namespace Emporium;
+using namespace TestSupport;
+
+Strings Ids(const std::vector<Package>& packages)
+{
+    Strings ids;
+    for (const Package& package : packages) {
+        ids.push_back(package.GetID());
+    }
+    return ids;
+}
+
+class WithDaemon : public BusTest
+{
+protected:
+    /// Notes every event of every type.
+    void Follow(const DaemonConnection& connection)
+    {
+        const std::pair<EventType, std::string> types[] = {
+            {EventType::PackageInstalled, "installed "},
+            {EventType::PackageUpgraded, "upgraded "},
+            {EventType::PackageRemoved, "removed "},
+        };
+        for (const auto& [type, name] : types) {
+            subscriptions.push_back(connection.SubscribeToEvent(
+                type, PackageCallback([this, text = name](const Package& package) {
+                    events.push_back(text + package.GetID());
+                })));
+        }
+        subscriptions.push_back(connection.SubscribeToEvent(
+            EventType::OperationStatusChanged,
+            OperationCallback([this](const Operation& operation) {
+                events.push_back(operation.GetUUID() + " " +
+                                 std::to_string(static_cast<int>(operation.GetStatus())));
+            })));
+    }
+
+    Simulator simulator{bus.Address(), {"--step-ms", "0"}};
+    Strings events;
+    std::vector<EventSubscription> subscriptions;
+};
+
+TEST_F(WithDaemon, TheSnapshotIsLoaded)
+{
+    const auto connection = GetDaemonConnection();
+    ASSERT_TRUE(static_cast<bool>(connection));
+    EXPECT_EQ(connection.GetArchitecture(), "aarch64");
+    EXPECT_EQ(connection.GetVeyraVersion(), "5.1.0");
+    EXPECT_EQ(Ids(connection.GetPackageList()),
+              (Strings{"org.velmora.settings", "org.velmora.browser", "org.example.calculator",
+                       "org.example.weather", "com.acme.notes", "net.sample.chess"}));
+    const auto package = connection.GetPackage("org.example.weather");
+    ASSERT_TRUE(static_cast<bool>(package));
+    EXPECT_EQ(package->GetVersion(), "0.9.1");
+    EXPECT_EQ(package->GetDeveloperCertificateSubgroup(), "regular");
+    EXPECT_EQ(package->GetDeveloperCertificateID(), "example-developer");
+}
+
+TEST_F(WithDaemon, AnInstallIsFollowedToItsEnd)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    const std::string path = PackageFile("org.example.new");
+    const auto uuid = connection.CreateOperation(InstallRequest(path));
+    ASSERT_TRUE(static_cast<bool>(uuid)) << uuid.GetError();
+    EXPECT_EQ(simulator.Calls("Install"), std::make_pair(1U, path));
+    EXPECT_TRUE(static_cast<bool>(connection.GetActiveOperation(uuid.Get())));
+    const std::string name = uuid.Get();
+    RunUntil([&] { return !events.empty() && events.back() == name + " 100"; });
+    EXPECT_EQ(events, (Strings{name + " 25", name + " 50", name + " 75",
+                               "installed org.example.new", name + " 100"}));
+    EXPECT_TRUE(static_cast<bool>(connection.GetPackage("org.example.new")));
+    EXPECT_TRUE(connection.GetActiveOperations().empty());
+    EXPECT_TRUE(connection.GetCompletedOperations().empty());
+}
+
+TEST_F(WithDaemon, ARemovalIsFollowedToItsEnd)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    const auto uuid = connection.CreateOperation(RemoveRequest("net.sample.chess"));
+    ASSERT_TRUE(static_cast<bool>(uuid)) << uuid.GetError();
+    EXPECT_EQ(simulator.Calls("Remove"), std::make_pair(1U, std::string("net.sample.chess")));
+    RunUntil([&] { return !events.empty() && events.back() == uuid.Get() + " 100"; });
+    EXPECT_EQ(events[3], "removed net.sample.chess");
+    EXPECT_TRUE(connection.GetPackage("net.sample.chess").HasError());
+}
+
+TEST_F(WithDaemon, AFailedOperationCarriesItsErrorCode)
+{
+    const auto connection = GetDaemonConnection();
+    simulator.Tell("FailOperation", "(i)", 28);
+    std::optional<Operation> last;
+    const auto subscription = connection.SubscribeToEvent(
+        EventType::OperationStatusChanged,
+        OperationCallback([&](const Operation& operation) { last = operation; }));
+    ASSERT_TRUE(static_cast<bool>(
+        connection.CreateOperation(InstallRequest(PackageFile("org.example.new")))));
+    RunUntil([&] { return last && last->GetStatus() == Common::OperationStatus::Failed; });
+    EXPECT_EQ(last->GetErrorCode(), Common::ErrorCode::FileConflict);
+    EXPECT_EQ(last->GetPackageID(), "org.example.new");
+    EXPECT_TRUE(connection.GetPackage("org.example.new").HasError());
+}
+
+TEST_F(WithDaemon, StartAndRestartReachTheDaemon)
+{
+    const auto connection = GetDaemonConnection();
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    EXPECT_TRUE(static_cast<bool>(connection.Restart("com.acme.notes")));
+    EXPECT_EQ(simulator.Calls("Start"), std::make_pair(1U, std::string("net.sample.chess")));
+    EXPECT_EQ(simulator.Calls("Restart"), std::make_pair(1U, std::string("com.acme.notes")));
+}
+
+// --- failing calls
+// ---------------------------------------------------------------------------------
+
+TEST_F(WithDaemon, AFailedInstallOrRemoveIsToldInFullAndAFailedStartOrRestartByItsMessageAlone)
+{
+    const auto connection = GetDaemonConnection();
+    for (const char* method : {"Install", "Remove", "Start", "Restart"}) {
+        simulator.Tell("FailCall", "(suss)", method, 1U, "org.velmora.KVD.Error.FileConflict",
+                       "a message");
+    }
+    EXPECT_EQ(connection.CreateOperation(InstallRequest("/path")).GetError(),
+              "Couldn't call org.velmora.Emporium.Install dbus method "
+              "([org.velmora.KVD.Error.FileConflict] a message)");
+    EXPECT_EQ(connection.CreateOperation(RemoveRequest("id")).GetError(),
+              "Couldn't call org.velmora.Emporium.Remove dbus method "
+              "([org.velmora.KVD.Error.FileConflict] a message)");
+    EXPECT_EQ(connection.Start("id").GetError(),
+              "Couldn't call org.velmora.Emporium.Start dbus method (a message)");
+    EXPECT_EQ(connection.Restart("id").GetError(),
+              "Couldn't call org.velmora.Emporium.Restart dbus method (a message)");
+    EXPECT_TRUE(connection.GetActiveOperations().empty());
+}
+
+TEST_F(WithDaemon, AnEmptyReplyToInstallOrRemoveIsAnOperationOfDefaults)
+{
+    const auto connection = GetDaemonConnection();
+    simulator.Tell("AnswerCall", "(ss)", "Install", "()");
+    simulator.Tell("AnswerCall", "(ss)", "Remove", "()");
+    EXPECT_EQ(connection.CreateOperation(InstallRequest("/path")).Get(), "");
+    EXPECT_EQ(connection.CreateOperation(RemoveRequest("id")).Get(), "");
+    ASSERT_EQ(connection.GetActiveOperations().size(), 2U);
+    const Operation operation = connection.GetActiveOperations().front();
+    EXPECT_EQ(operation.GetPackageID(), "");
+    EXPECT_EQ(operation.GetType(), Common::OperationType::Install);
+    EXPECT_EQ(static_cast<int>(operation.GetStatus()), 0);
+    EXPECT_EQ(operation.GetErrorCode(), Common::ErrorCode::None);
+}
+
+TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
+{
+    const auto connection = GetDaemonConnection();
+    for (const char* body :
+         {"('text',)", "(('a', 'b', 1, 2),)", "(('a', 'b', 1, 2, 3), 'more')", "([('a', 'b')],)"}) {
+        simulator.Tell("AnswerCall", "(ss)", "Install", body);
+        const auto result = connection.CreateOperation(InstallRequest("/path"));
+        ASSERT_TRUE(result.HasError()) << body;
+        EXPECT_EQ(
+            result.GetError().rfind("Couldn't call org.velmora.Emporium.Install dbus method ([", 0),
+            0U)
+            << result.GetError();
+    }
+    simulator.Tell("AnswerCall", "(ss)", "Start", "('text',)");
+    EXPECT_EQ(connection.Start("id").GetError().rfind(
+                  "Couldn't call org.velmora.Emporium.Start dbus method (", 0),
+              0U);
+    EXPECT_TRUE(connection.GetActiveOperations().empty());
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess"))) << "and nothing stops";
+}
+
+TEST_F(WithDaemon, ADaemonThatDiesInACallIsAnErrorOfTheCall)
+{
+    const auto connection = GetDaemonConnection();
+    simulator.Tell("ExitInCall", "(s)", "Install");
+    const auto result = connection.CreateOperation(InstallRequest("/path"));
+    ASSERT_TRUE(result.HasError());
+    EXPECT_EQ(
+        result.GetError().rfind("Couldn't call org.velmora.Emporium.Install dbus method (", 0), 0U);
+}
+
+TEST_F(WithDaemon, ASlowReplyIsWaitedFor)
+{
+    const auto connection = GetDaemonConnection();
+    simulator.Tell("DelayCall", "(su)", "Start", 50U);
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+}
+
+// --- the initial load
+// ------------------------------------------------------------------------------
+
+std::string LoadFailure()
+{
+    return OutputOf([] {
+        const DaemonConnection connection;
+        EXPECT_TRUE(static_cast<bool>(connection));
+        EXPECT_EQ(connection.GetArchitecture(), "");
+        EXPECT_TRUE(connection.GetPackageList().empty());
+    });
+}
+
+TEST_F(WithDaemon, EachMissingPropertyIsNamedInTheLogAndThereIsNoSnapshot)
+{
+    for (const char* name :
+         {"Architecture", "VeyraVersion", "Packages", "Operations", "CompletedOperations"}) {
+        simulator.Tell("Reset", "()");
+        simulator.Tell("DropProperty", "(s)", name);
+        EXPECT_EQ(LoadFailure(),
+                  std::string("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method "
+                              "(Couldn't parse ") +
+                      name + " property from initial emporium properties)\n");
+    }
+}
+
+TEST_F(WithDaemon, OfTwoMissingPropertiesTheFirstIsNamed)
+{
+    simulator.Tell("DropProperty", "(s)", "Operations");
+    simulator.Tell("DropProperty", "(s)", "Packages");
+    EXPECT_EQ(LoadFailure(),
+              "[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method (Couldn't parse "
+              "Packages property from initial emporium properties)\n");
+}
+
+TEST_F(WithDaemon, APropertyOfAnotherTypeYieldsNoSnapshot)
+{
+    for (const char* name : {"Architecture", "Packages", "CompletedOperations"}) {
+        simulator.Tell("Reset", "()");
+        simulator.Tell("OverrideProperty", "(ss)", name, "5");
+        const std::string log = LoadFailure();
+        EXPECT_EQ(
+            log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0),
+            0U)
+            << log;
+    }
+}
+
+TEST_F(WithDaemon, AReplyThatIsNoDictionaryYieldsNoSnapshot)
+{
+    simulator.Tell("AnswerCall", "(ss)", "GetAllProperties", "('text',)");
+    const std::string log = LoadFailure();
+    EXPECT_EQ(
+        log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0), 0U)
+        << log;
+}
+
+TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsCarriedThroughUnchanged)
+{
+    simulator.Tell("OverrideProperty", "(ss)", "Operations", "[('u', 'p', 77, -5, 12)]");
+    const DaemonConnection connection;
+    const auto operation = connection.GetActiveOperation("u");
+    ASSERT_TRUE(static_cast<bool>(operation));
+    EXPECT_EQ(static_cast<int>(operation->GetType()), 77);
+    EXPECT_EQ(static_cast<int>(operation->GetStatus()), -5);
+    EXPECT_EQ(static_cast<int>(operation->GetErrorCode()), 12);
+}
+
+// --- signals
+// ---------------------------------------------------------------------------------------
+
+TEST_F(WithDaemon, ASignalWithADictionaryGivesThePackageWithItsFieldsInOrder)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    simulator.Emit(
+        "PackageInstalled",
+        "(('id', '9', 'group', 'certificate', {'a': <1>, 'b': <[('x', {'y': <2>})]>}),)");
+    RunUntil([&] { return !events.empty(); });
+    const auto package = connection.GetPackage("id");
+    ASSERT_TRUE(static_cast<bool>(package));
+    EXPECT_EQ(package->GetVersion(), "9");
+    EXPECT_EQ(package->GetDeveloperCertificateSubgroup(), "group");
+    EXPECT_EQ(package->GetDeveloperCertificateID(), "certificate");
+}
+
+TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndStopNothing)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    const std::size_t packages = connection.GetPackageList().size();
+    for (const char* body : {"('text',)", "()", "(('id', 'version'),)", "('a', 'b', 'c')",
+                             "(('id', '1', 's', 'c', @a{sv} {}), 5)"}) {
+        simulator.Emit("PackageInstalled", body);
+        simulator.Emit("PackageUpgraded", body);
+    }
+    for (const char* body : {"()", "(5,)", "('id', 'id')", "(['id'],)"}) {
+        simulator.Emit("PackageRemoved", body);
+    }
+    for (const char* body : {"('text',)", "(('u', 'p', 1, 2),)", "('u', 'p', 1, 2, 3)"}) {
+        simulator.Emit("OperationStatusChanged", body);
+    }
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess"}));
+    EXPECT_EQ(connection.GetPackageList().size(), packages - 1);
+    EXPECT_TRUE(connection.GetActiveOperations().empty());
+}
+
+TEST_F(WithDaemon, AStatusSignalWithoutAnythingIsAnOperationOfDefaults)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    simulator.Emit("OperationStatusChanged", "()");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(events, (Strings{" 0"}));
+}
+
+TEST_F(WithDaemon, SignalsAreDeliveredInTheOrderOfArrivalInOneIteration)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    simulator.Emit("PackageUpgraded", "(('com.acme.notes', '4', '', '', @a{sv} {}),)");
+    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    RunUntil([&] { return events.size() == 3; });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "upgraded com.acme.notes", "u 5"}));
+}
+
+// --- no stranded event
+// -----------------------------------------------------------------------------
+
+/// Signals that the bus library reads while a call waits for its reply.
+class Stranded : public WithDaemon
+{
+protected:
+    void SignalsBeforeReplyTo(const char* method)
+    {
+        simulator.Tell("SignalBeforeReply", "(sss)", method, "OperationStatusChanged",
+                       "(('u', 'p', 0, 1, 0),)");
+        simulator.Tell("SignalBeforeReply", "(sss)", method, "OperationStatusChanged",
+                       "(('u', 'p', 0, 2, 0),)");
+    }
+
+    /// Both signals, in order, without anything else coming from the bus.
+    void ExpectBothDelivered()
+    {
+        EXPECT_TRUE(events.empty()) << "nothing is delivered from inside a call";
+        RunUntil([&] { return events.size() >= 2; });
+        EXPECT_EQ(events, (Strings{"u 1", "u 2"}));
+    }
+
+    /// Everything that is still on its way at the start has come.
+    void Settle()
+    {
+        RunWhatIsReady();
+        events.clear();
+    }
+};
+
+TEST_F(Stranded, SignalsBeforeTheReplyToStartAreDelivered)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    ExpectBothDelivered();
+}
+
+TEST_F(Stranded, SignalsBeforeTheReplyToRestartAreDelivered)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Restart");
+    EXPECT_TRUE(static_cast<bool>(connection.Restart("net.sample.chess")));
+    ExpectBothDelivered();
+}
+
+TEST_F(Stranded, SignalsBeforeTheReplyToInstallAreDelivered)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Install");
+    simulator.Tell("AnswerCall", "(ss)", "Install", "(('u', 'p', 0, 0, 0),)");
+    EXPECT_TRUE(static_cast<bool>(connection.CreateOperation(InstallRequest("/path"))));
+    EXPECT_EQ(static_cast<int>(connection.GetActiveOperation("u")->GetStatus()), 0);
+    ExpectBothDelivered();
+    EXPECT_EQ(static_cast<int>(connection.GetActiveOperation("u")->GetStatus()), 2);
+}
+
+TEST_F(Stranded, SignalsBeforeAnErrorReplyAreDelivered)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    simulator.Tell("FailCall", "(suss)", "Start", 1U, "org.velmora.KVD.Error.Internal", "no");
+    EXPECT_TRUE(connection.Start("net.sample.chess").HasError());
+    ExpectBothDelivered();
+}
+
+TEST_F(Stranded, SignalsDuringTheInitialLoadAreDelivered)
+{
+    SignalsBeforeReplyTo("GetAllProperties");
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    ExpectBothDelivered();
+}
+
+TEST_F(Stranded, SignalsDuringAFailedInitialLoadAreDelivered)
+{
+    SignalsBeforeReplyTo("GetAllProperties");
+    simulator.Tell("FailCall", "(suss)", "GetAllProperties", 1U, "org.velmora.KVD.Error.Internal",
+                   "no");
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    ExpectBothDelivered();
+}
+
+TEST_F(Stranded, ACallFromACallbackStrandsNothingEither)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    const auto calling = connection.SubscribeToEvent(
+        EventType::PackageRemoved, PackageCallback([&](const Package&) {
+            const std::size_t before = events.size();
+            EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+            EXPECT_EQ(events.size(), before) << "nothing is delivered from inside a call";
+        }));
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    RunUntil([&] { return events.size() >= 3; });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "u 1", "u 2"}));
+}
+
+// --- the main loop
+// ---------------------------------------------------------------------------------
+
+int polls = 0;
+
+gint CountingPoll(GPollFD* descriptors, guint count, gint timeout)
+{
+    ++polls;
+    return g_poll(descriptors, count, timeout);
+}
+
+/// How often the loop woke in a while in which nothing happens.
+int PollsWhileIdle()
+{
+    bool over = false;
+    g_main_context_set_poll_func(nullptr, CountingPoll);
+    polls = 0;
+    g_timeout_add(
+        200,
+        [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_REMOVE;
+        },
+        &over);
+    while (!over) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    g_main_context_set_poll_func(nullptr, nullptr);
+    return polls;
+}
+
+TEST_F(Stranded, AnIdleLoopNeverWakes)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    SignalsBeforeReplyTo("Start");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    RunUntil([&] { return events.size() >= 2; });
+    RunWhatIsReady();
+    EXPECT_LE(PollsWhileIdle(), 5) << "the time-out that ends the measurement is one of them";
+}
+
+class NestedLoop : public Stranded
+{
+protected:
+    /// The callback of PackageRemoved runs a loop of its own, as a dialog does, until `done()`.
+    template <typename Action>
+    EventSubscription NestIn(const DaemonConnection& connection, Action action)
+    {
+        return connection.SubscribeToEvent(
+            EventType::PackageRemoved, PackageCallback([&events = events, action](const Package&) {
+                events.push_back("nested begins");
+                action();
+                events.push_back("nested ends");
+            }));
+    }
+};
+
+TEST_F(NestedLoop, WhatArrivesInItIsDeliveredWhenTheOuterDispatchGoesOn)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    const auto nested = NestIn(connection, [&] {
+        simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+        EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
+    });
+    const std::string log = OutputOf([&] {
+        simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+        RunUntil([&] { return events.size() >= 4; });
+    });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 5"}));
+    EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
+    RunUntil([&] { return events.back() == "u 6"; });
+}
+
+TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherEntersNorSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    const auto nested = NestIn(connection, [&] {
+        EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+        EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
+    });
+    const std::string log = OutputOf([&] {
+        simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+        RunUntil([&] { return events.size() >= 5; });
+    });
+    EXPECT_EQ(events,
+              (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 1", "u 2"}));
+    EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+    RunWhatIsReady();
+    EXPECT_LE(PollsWhileIdle(), 5);
+}
+
+/// Entered by the source of the library's own queue, so that it is the bus's source that has to be
+/// kept out.
+TEST_F(NestedLoop, FromTheQueuesSourceNeitherEntersNorSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    const auto nested = NestIn(connection, [&] {
+        simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+        EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
+    });
+    simulator.Tell("SignalBeforeReply", "(sss)", "Start", "PackageRemoved",
+                   "('net.sample.chess',)");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+    const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 5"}));
+    EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
+    RunUntil([&] { return events.back() == "u 6"; });
+}
+
+TEST_F(WithDaemon, ACallbackThatThrowsLosesNoLaterEvent)
+{
+    const auto connection = GetDaemonConnection();
+    const auto throwing = connection.SubscribeToEvent(
+        EventType::PackageRemoved, PackageCallback([](const Package& package) {
+            if (package.GetID() == "net.sample.chess") {
+                throw std::runtime_error("callback");
+            }
+            throw 5;
+        }));
+    Follow(connection);
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    simulator.Emit("PackageRemoved", "('com.acme.notes',)");
+    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(events, (Strings{"u 5"})) << "the failed deliveries ended before this subscriber";
+    EXPECT_EQ(connection.GetPackageList().size(), 4U) << "the snapshot has changed all the same";
+}
+
+// --- the state of the world
+// ------------------------------------------------------------------------
+
+TEST_F(WithDaemon, ADaemonThatIsRestartedIsFollowed)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    simulator.Stop();
+    EXPECT_TRUE(connection.Start("net.sample.chess").HasError());
+    EXPECT_EQ(connection.GetPackageList().size(), 6U) << "the snapshot stays";
+    Simulator again(bus.Address());
+    again.Emit("PackageRemoved", "('net.sample.chess',)");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(events, (Strings{"removed net.sample.chess"}));
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+}
+
+TEST_F(WithDaemon, ADaemonThatVanishesAndReturnsIsFollowed)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    simulator.Tell("Vanish", "(u)", 0U);
+    const auto result = connection.Start("net.sample.chess");
+    ASSERT_TRUE(result.HasError());
+    simulator.Tell("Return", "()");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    RunUntil([&] { return !events.empty(); });
+}
+
+class WithoutDaemon : public BusTest
+{
+};
+
+TEST_F(WithoutDaemon, TheConnectionIsValidAndTheSnapshotEmpty)
+{
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = GetDaemonConnection(); });
+    EXPECT_TRUE(static_cast<bool>(*connection));
+    EXPECT_EQ(connection->GetArchitecture(), "");
+    EXPECT_TRUE(connection->GetPackageList().empty());
+    EXPECT_EQ(log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method "
+                        "([org.freedesktop.DBus.Error.ServiceUnknown] ",
+                        0),
+              0U)
+        << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    EXPECT_EQ(connection->Start("id").GetError().rfind(
+                  "Couldn't call org.velmora.Emporium.Start dbus method (The name ", 0),
+              0U);
+}
+
+TEST_F(WithoutDaemon, OneThatAppearsLaterIsFollowed)
+{
+    const auto connection = GetDaemonConnection();
+    Strings events;
+    const auto subscription = connection.SubscribeToEvent(
+        EventType::PackageInstalled,
+        PackageCallback([&](const Package& package) { events.push_back(package.GetID()); }));
+    Simulator simulator(bus.Address());
+    simulator.Emit("PackageInstalled", "(('late', '1', '', '', @a{sv} {}),)");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(Ids(connection.GetPackageList()), (Strings{"late"}));
+    const DaemonConnection fresh;
+    EXPECT_EQ(fresh.GetPackageList().size(), 6U) << "a new connection reads the daemon's state";
+}
+
+TEST_F(WithoutDaemon, WithoutABusTheConnectionIsInvalidAndTwoLinesTellWhy)
+{
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = GetDaemonConnection(); });
+    EXPECT_FALSE(static_cast<bool>(*connection));
+    EXPECT_EQ(log.rfind("[E] Failed to create a proxy for the emporium dbus interface\n[E] ", 0),
+              0U)
+        << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { connection->GetPackageList(); }),
+              "Attempt to use the DaemonConnection::GetPackageList() method when the daemon "
+              "connection is not valid");
+    EXPECT_NO_THROW(connection->UnsubscribeFromEvent(EventSubscription()));
+    // The proxy is tried anew for each new connection, the process-wide one is not made anew.
+    setenv("DBUS_SESSION_BUS_ADDRESS", bus.Address().c_str(), 1);
+    EXPECT_FALSE(static_cast<bool>(GetDaemonConnection()));
+    EXPECT_TRUE(static_cast<bool>(DaemonConnection()));
+}
+
+TEST_F(WithDaemon, ABusThatIsLostIsToldOnceAndNothingSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    RunWhatIsReady();
+    bus.Stop();
+    std::string log;
+    testing::internal::CaptureStdout();
+    // The loss makes the source ready; nothing else is.
+    g_main_context_iteration(nullptr, TRUE);
+    RunWhatIsReady();
+    const int idlePolls = PollsWhileIdle();
+    EXPECT_TRUE(connection.Start("id").HasError());
+    EXPECT_TRUE(connection.CreateOperation(InstallRequest("/path")).HasError());
+    RunWhatIsReady();
+    log = testing::internal::GetCapturedStdout();
+    EXPECT_LE(idlePolls, 5);
+    EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+    EXPECT_EQ(connection.GetPackageList().size(), 6U) << "queries go on";
+}
+
+// --- the connection's name
+// -------------------------------------------------------------------------
+
+TEST_F(WithDaemon, TheConnectionsNameIsTheApplicationsIDAndASuffix)
+{
+    setenv("VEYRA_APP_ID", "a.b", 1);
+    EXPECT_EQ(OutputOf([] { GetDaemonConnection(); }), "");
+    EXPECT_TRUE(simulator.NameHasOwner("a.b.KVD.Connection"));
+}
+
+TEST_F(WithDaemon, WithoutAnApplicationIDOneWarningIsWritten)
+{
+    unsetenv("VEYRA_APP_ID");
+    std::optional<DaemonConnection> connection;
+    EXPECT_EQ(OutputOf([&] { connection = GetDaemonConnection(); }),
+              "[W] Failed to get application ID to register a dbus connection name\n");
+    EXPECT_TRUE(static_cast<bool>(*connection));
+    EXPECT_EQ(connection->GetPackageList().size(), 6U);
+}
+
+TEST_F(WithDaemon, ANameThatIsInvalidIsAWarning)
+{
+    for (const char* id : {"", "not valid"}) {
+        setenv("VEYRA_APP_ID", id, 1);
+        Process child({EMPORIUM_LISTER});
+        const std::string line = child.ReadLine();
+        EXPECT_EQ(line.rfind(std::string("[W] Failed to register the ") + id +
+                                 ".KVD.Connection dbus connection name (",
+                             0),
+                  0U)
+            << line;
+        EXPECT_EQ(child.ReadLine(), "6 packages");
+    }
+}
+
+TEST_F(WithDaemon, ANameThatIsTakenIsAWarning)
+{
+    setenv("VEYRA_APP_ID", "taken", 1);
+    g_bus_own_name_on_connection(simulator.Connection(), "taken.KVD.Connection",
+                                 G_BUS_NAME_OWNER_FLAGS_NONE, nullptr, nullptr, nullptr, nullptr);
+    RunUntil([&] { return simulator.NameHasOwner("taken.KVD.Connection"); });
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = GetDaemonConnection(); });
+    EXPECT_EQ(
+        log.rfind("[W] Failed to register the taken.KVD.Connection dbus connection name (", 0), 0U)
+        << log;
+    EXPECT_EQ(connection->GetPackageList().size(), 6U);
+}
+
+// --- the cache across runs
+// -------------------------------------------------------------------------
+
+TEST_F(WithDaemon, ACompletedOperationIsSeenInTheNextRunsFromTheDaemonAndThenFromTheCache)
+{
+    simulator.Tell("OverrideProperty", "(ss)", "CompletedOperations", "[('u', 'p', 0, 100, 0)]");
+    {
+        const DaemonConnection first;
+        EXPECT_EQ(first.GetCompletedOperations().size(), 1U);
+    }
+    simulator.Tell("Reset", "()");
+    const DaemonConnection second;
+    ASSERT_EQ(second.GetCompletedOperations().size(), 1U);
+    EXPECT_EQ(second.GetCompletedOperations().front().GetUUID(), "u");
+}
+
+// --- threads
+// ---------------------------------------------------------------------------------------
+
+TEST_F(WithDaemon, TheLibraryStartsNoThread)
+{
+    Process child({EMPORIUM_LISTER, "threads"});
+    EXPECT_EQ(child.ReadLine(), "6 packages");
+    EXPECT_EQ(child.ReadLine(), "1 thread");
+}
+
+} // namespace
