@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Applications that end in one of the ways in which applications end. EXIT_CASE says which; it is
+// read before main(), since some of the cases are about globals.
+
+#include <emporium/emporium.h>
+
+#include <glib.h>
+
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Emporium;
+
+std::string Case()
+{
+    const char* const name = std::getenv("EXIT_CASE");
+    return name != nullptr ? name : "";
+}
+
+using Callback = std::function<void(const Package&)>;
+
+EventSubscription Subscribe(const DaemonConnection& connection, Callback callback)
+{
+    return connection.SubscribeToEvent(EventType::PackageRemoved, std::move(callback));
+}
+
+// Older than anything of the library, so it goes after all of that.
+EventSubscription oldest;
+std::optional<DaemonConnection> oldConnection;
+std::optional<Result<Package>> oldResult;
+
+/// Handles that are made before main() begins.
+struct Globals
+{
+    Globals()
+    {
+        if (Case() == "own connection as a global") {
+            connection.emplace();
+            subscription = Subscribe(*connection, [](const Package&) {});
+        } else if (Case() == "shared connection as a global") {
+            connection = GetDaemonConnection();
+            subscription = Subscribe(*connection, [](const Package&) {});
+            result = connection->GetPackage("net.sample.chess");
+        }
+    }
+
+    std::optional<Result<Package>> result;
+    std::optional<DaemonConnection> connection;
+    EventSubscription subscription;
+};
+Globals globals;
+
+/// Asks for the connection when everything of the library has gone.
+struct LateAsker
+{
+    ~LateAsker()
+    {
+        if (Case() == "asked for at the very end" && GetDaemonConnection()) {
+            std::cout << "a valid connection at the very end" << std::endl;
+        }
+    }
+};
+LateAsker lateAsker;
+
+void RunLoopUntilRemoval()
+{
+    for (bool removed = false; !removed;) {
+        const auto subscription =
+            Subscribe(GetDaemonConnection(), [&](const Package&) { removed = true; });
+        while (!removed) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    }
+}
+
+void Main(const std::string& name)
+{
+    if (name == "old handles assigned in main") {
+        oldConnection = GetDaemonConnection();
+        oldest = Subscribe(*oldConnection, [](const Package&) {});
+        oldResult = oldConnection->GetPackage("net.sample.chess");
+    } else if (name == "subscription of an own connection in an old global") {
+        oldConnection.emplace();
+        oldest = Subscribe(*oldConnection, [](const Package&) {});
+    } else if (name == "a copy that never goes") {
+        static DaemonConnection* const leaked = new DaemonConnection(GetDaemonConnection());
+        static_cast<void>(leaked);
+    } else if (name == "exit in a callback") {
+        oldest = Subscribe(GetDaemonConnection(), [](const Package&) { std::exit(0); });
+        while (true) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    } else if (name == "a child that leaves by _exit") {
+        GetDaemonConnection();
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+        std::cout << "child gone" << std::endl;
+        std::string line;
+        std::getline(std::cin, line);
+    } else if (name == "asked for at the very end") {
+        GetDaemonConnection();
+    } else if (name == "a callback held by the connection holds a handle") {
+        oldest = Subscribe(GetDaemonConnection(),
+                           [connection = GetDaemonConnection()](const Package&) {});
+    } else if (name == "the bus is lost") {
+        GetDaemonConnection();
+        std::cout << "up" << std::endl;
+        std::string line;
+        std::getline(std::cin, line);
+        g_main_context_iteration(nullptr, TRUE);
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+    } else if (name == "after a while in the loop") {
+        RunLoopUntilRemoval();
+    }
+}
+
+} // namespace
+
+int main()
+{
+    Main(Case());
+    std::cout << "end of main" << std::endl;
+}

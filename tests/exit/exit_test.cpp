@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "bus/bus_fixture.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+using namespace TestSupport;
+
+/// Each test runs one of the applications of exit_cases.cpp to its end.
+class Exit : public BusTest
+{
+protected:
+    Exit()
+    {
+        simulator.Tell("OverrideProperty", "(ss)", "CompletedOperations",
+                       "[('completed', 'p', 0, 100, 0)]");
+    }
+
+    /// Starts the application. Its standard error goes into a file, since all of it is a fault.
+    void Begin(const std::string& name)
+    {
+        setenv("EXIT_CASE", name.c_str(), 1);
+        const std::string fifo = (directory.Path() / "input").string();
+        application.emplace(Strings{"/bin/sh", "-c",
+                                    "mkfifo '" + fifo + "'; exec '" + EMPORIUM_EXIT_CASES +
+                                        "' 2>'" + ErrorPath() + "' <>'" + fifo + "'"});
+    }
+
+    void ReadUntil(const std::string& line)
+    {
+        std::string read;
+        do {
+            read = application->ReadLine();
+            output += read + "\n";
+        } while (!read.empty() && read != line);
+        ASSERT_EQ(read, line) << output << Errors();
+    }
+
+    /// A line of input, for an application that waits for one.
+    void Continue() { std::ofstream(directory.Path() / "input") << "go on\n"; }
+
+    void ExpectCleanEnd()
+    {
+        for (std::string line = application->ReadLine(); !line.empty();
+             line = application->ReadLine()) {
+            output += line + "\n";
+        }
+        const int status = application->Wait();
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output << Errors();
+        EXPECT_EQ(Errors(), "");
+    }
+
+    /// The snapshot was read once, and the cache was written.
+    void ExpectOneConnectionAndItsCache()
+    {
+        ExpectCleanEnd();
+        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U)
+            << "nothing is made anew at the end";
+        EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
+    }
+
+    std::string ErrorPath() const { return (directory.Path() / "errors").string(); }
+
+    std::string Errors() const
+    {
+        std::ifstream file(ErrorPath());
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
+
+    std::filesystem::path CacheDirectory() const
+    {
+        return directory.Path() / "cache" / "org.example.test" / "emporium-api" /
+               "completed-operations";
+    }
+
+    Strings CacheEntries() const
+    {
+        Strings entries;
+        if (std::filesystem::exists(CacheDirectory())) {
+            for (const auto& entry : std::filesystem::directory_iterator(CacheDirectory())) {
+                entries.push_back(entry.path().filename().string());
+            }
+        }
+        return entries;
+    }
+
+    Simulator simulator{bus.Address()};
+    std::optional<Process> application;
+    std::string output;
+};
+
+TEST_F(Exit, WithHandlesThatAreOlderThanTheLibrarysStatics)
+{
+    Begin("old handles assigned in main");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, WithASharedConnectionAsAGlobal)
+{
+    Begin("shared connection as a global");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, WithAnOwnConnectionAndItsSubscriptionAsGlobalsMakesNoSharedOne)
+{
+    Begin("own connection as a global");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, WithASubscriptionOfAnOwnConnectionInAnOldGlobalMakesNoSharedOne)
+{
+    Begin("subscription of an own connection in an old global");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, WithACopyThatNeverGoesWritesTheCacheAllTheSame)
+{
+    Begin("a copy that never goes");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, FromInsideACallback)
+{
+    Begin("exit in a callback");
+    while (application && simulator.Calls("GetAllProperties").first == 0) {
+    }
+    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AskedForAtTheVeryEndTheConnectionIsInvalid)
+{
+    Begin("asked for at the very end");
+    ExpectOneConnectionAndItsCache();
+    EXPECT_EQ(output, "end of main\n");
+}
+
+TEST_F(Exit, WithACallbackThatHoldsAHandleOfItsOwnConnection)
+{
+    Begin("a callback held by the connection holds a handle");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AChildThatLeavesByUnderscoreExitWritesNothing)
+{
+    Begin("a child that leaves by _exit");
+    ReadUntil("child gone");
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    Continue();
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AfterALostBusPrintsNothingOnStandardError)
+{
+    Begin("the bus is lost");
+    ReadUntil("up");
+    bus.Stop();
+    Continue();
+    ExpectCleanEnd();
+    EXPECT_NE(output.find("[E] Failed to process dbus connection events ("), std::string::npos);
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 3) << output;
+    EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
+}
+
+} // namespace
