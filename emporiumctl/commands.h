@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "emporiumctl/exit_status.h"
+
+#include <emporium/emporium.h>
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace EmporiumCtl {
+
+struct ListOptions
+{
+    std::optional<std::string> developer;
+    std::optional<std::string> subgroup;
+    std::optional<std::string> filter;
+};
+
+enum class WhichOperations
+{
+    All,
+    Active,
+    Completed
+};
+
+struct WaitOptions
+{
+    bool wait = true;
+    unsigned limit = 0; ///< Seconds; 0 waits for ever.
+};
+
+// Each command of the program. They take a valid connection.
+ExitStatus List(const Emporium::DaemonConnection& connection, std::ostream& out,
+                const ListOptions& options);
+ExitStatus Info(const Emporium::DaemonConnection& connection, std::ostream& out,
+                const std::string& id);
+ExitStatus Operations(const Emporium::DaemonConnection& connection, std::ostream& out,
+                      WhichOperations which);
+ExitStatus Run(const Emporium::DaemonConnection& connection, std::ostream& out,
+               Common::OperationType type, const std::vector<std::string>& targets,
+               const WaitOptions& options);
+ExitStatus Start(const Emporium::DaemonConnection& connection, const std::string& id);
+ExitStatus Restart(const Emporium::DaemonConnection& connection, const std::string& id);
+ExitStatus Watch(const Emporium::DaemonConnection& connection, std::ostream& out);
+
+} // namespace EmporiumCtl

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "emporiumctl/commands.h"
+#include "emporiumctl/output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <functional>
+#include <iostream>
+
+namespace {
+
+using namespace EmporiumCtl;
+
+/// What the command line asks for.
+using Command = std::function<ExitStatus(const Emporium::DaemonConnection&, std::ostream&)>;
+
+/// A daemon always tells its architecture; where there is none, there was no answer.
+bool HasDaemon(const Emporium::DaemonConnection& connection)
+{
+    return connection && !connection.GetArchitecture().empty();
+}
+
+ExitStatus Perform(const Command& command, std::ostream& out)
+{
+    const auto connection = Emporium::GetDaemonConnection();
+    if (!HasDaemon(connection)) {
+        std::cerr << "emporiumctl: "
+                  << (connection ? "the application-store daemon does not answer"
+                                 : "there is no session bus")
+                  << std::endl;
+        return ExitStatus::NoDaemon;
+    }
+    return command(connection, out);
+}
+
+class CommandLine
+{
+public:
+    CommandLine()
+    {
+        m_app.require_subcommand(1);
+        m_app.footer("Exit status: 0 done, 1 the operation or command failed, 2 usage, 3 no daemon "
+                     "or bus,\n4 timeout or interrupted. --private-bus of emporium-simulator gives "
+                     "a daemon to try it on.");
+        AddQueries();
+        AddOperation("install", "Install packages from files", "FILE",
+                     Common::OperationType::Install);
+        AddOperation("upgrade", "Upgrade packages from files", "FILE",
+                     Common::OperationType::Upgrade);
+        AddOperation("remove", "Remove installed packages", "ID", Common::OperationType::Remove);
+        AddLaunch("start", "Start an application", Start);
+        AddLaunch("restart", "Start an application anew", Restart);
+        m_app.add_subcommand("watch", "Print events as they come, until Ctrl-C")->callback([this] {
+            m_command = Watch;
+        });
+    }
+
+    int Run(int argc, char** argv)
+    {
+        try {
+            m_app.parse(argc, argv);
+        } catch (const CLI::Success& help) {
+            return m_app.exit(help);
+        } catch (const CLI::ParseError& error) {
+            m_app.exit(error);
+            return static_cast<int>(ExitStatus::Usage);
+        }
+        std::ostream& out = TakeOverStandardOutput();
+        const ExitStatus status = Perform(m_command, out);
+        out.flush();
+        return static_cast<int>(status);
+    }
+
+private:
+    void AddQueries()
+    {
+        auto* const list = m_app.add_subcommand("list", "List the installed packages");
+        list->add_option("--developer", m_list.developer, "... of this developer certificate ID");
+        list->add_option("--subgroup", m_list.subgroup, "... of this certificate subgroup");
+        list->add_option("--filter", m_list.filter, "... whose ID contains this text");
+        list->callback([this] {
+            m_command = [this](const auto& connection, auto& out) {
+                return List(connection, out, m_list);
+            };
+        });
+
+        auto* const info = m_app.add_subcommand("info", "Show a package");
+        info->add_option("ID", m_id, "The package's ID")->required();
+        info->callback([this] {
+            m_command = [this](const auto& connection, auto& out) {
+                return Info(connection, out, m_id);
+            };
+        });
+
+        auto* const operations = m_app.add_subcommand("operations", "List operations");
+        auto* const active = operations->add_flag("--active", m_active, "Only those that go on");
+        operations->add_flag("--completed", m_completed, "Only those that have ended")
+            ->excludes(active);
+        operations->callback([this] {
+            m_command = [this](const auto& connection, auto& out) {
+                return Operations(connection, out,
+                                  m_active      ? WhichOperations::Active
+                                  : m_completed ? WhichOperations::Completed
+                                                : WhichOperations::All);
+            };
+        });
+    }
+
+    void AddOperation(const char* name, const char* description, const char* target,
+                      Common::OperationType type)
+    {
+        auto* const command = m_app.add_subcommand(name, description);
+        command->add_option(target, m_targets, "What to work on")->required();
+        command->add_flag("!--no-wait", m_wait.wait, "Print the operations' UUIDs and do not wait");
+        command->add_option("--timeout", m_wait.limit, "Wait this many seconds at most");
+        command->callback([this, type] {
+            m_command = [this, type](const auto& connection, auto& out) {
+                return EmporiumCtl::Run(connection, out, type, m_targets, m_wait);
+            };
+        });
+    }
+
+    void AddLaunch(const char* name, const char* description,
+                   ExitStatus (*launch)(const Emporium::DaemonConnection&, const std::string&))
+    {
+        auto* const command = m_app.add_subcommand(name, description);
+        command->add_option("ID", m_id, "The application's package ID")->required();
+        command->callback([this, launch] {
+            m_command = [this, launch](const auto& connection, auto&) {
+                return launch(connection, m_id);
+            };
+        });
+    }
+
+    CLI::App m_app{"Talks to the application-store daemon.", "emporiumctl"};
+    Command m_command;
+    ListOptions m_list;
+    WaitOptions m_wait;
+    std::vector<std::string> m_targets;
+    std::string m_id;
+    bool m_active = false;
+    bool m_completed = false;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return CommandLine().Run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "emporiumctl: " << error.what() << std::endl;
+        return static_cast<int>(ExitStatus::Failed);
+    }
+}

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "emporiumctl/exit_status.h"
+
+#include <emporium/emporium.h>
+
+#include <glib.h>
+
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace EmporiumCtl {
+
+/// Runs the main loop until something is over. Ctrl-C and the end of a process's patience end it.
+class MainLoop
+{
+public:
+    MainLoop();
+    MainLoop(const MainLoop&) = delete;
+    MainLoop& operator=(const MainLoop&) = delete;
+    ~MainLoop();
+
+    /// False if it was interrupted, or if it took longer than this many seconds (0: no limit).
+    bool RunUntil(const bool& over, unsigned limit);
+
+private:
+    static gboolean Interrupt(gpointer self);
+
+    std::vector<guint> m_sources;
+    bool m_interrupted = false;
+};
+
+/// Follows operations to their ends, by events. It listens from the start: an end that comes before
+/// the reply of the creating call is not missed.
+class OperationFollower
+{
+public:
+    OperationFollower(const Emporium::DaemonConnection& connection, std::ostream& out);
+    OperationFollower(const OperationFollower&) = delete;
+    OperationFollower& operator=(const OperationFollower&) = delete;
+
+    ExitStatus Wait(const std::vector<std::string>& uuids, unsigned limit);
+
+private:
+    void OnStatus(const Emporium::Operation& operation);
+    bool AllEnded() const;
+    void Report(const Emporium::Operation& operation);
+
+    std::ostream& m_out;
+    std::map<std::string, Emporium::Operation> m_last;
+    std::vector<std::string> m_awaited;
+    bool m_over = false;
+    Emporium::EventSubscription m_subscription;
+};
+
+} // namespace EmporiumCtl
