@@ -2,7 +2,8 @@
 //
 // Lists the installed packages, then installs a package file and follows it to its end.
 
-// clang-format off: README.md shows these lines as they are.
+// README.md shows the lines below as they are.
+// clang-format off
 
 #include <emporium/emporium.h>
 #include <glib.h>
