@@ -36,6 +36,7 @@ EventSubscription Subscribe(const DaemonConnection& connection, Callback callbac
 EventSubscription oldest;
 std::optional<DaemonConnection> oldConnection;
 std::optional<Result<Package>> oldResult;
+DaemonConnection* neverFreed = nullptr;
 
 /// Handles that are made before main() begins.
 struct Globals
@@ -91,8 +92,7 @@ void Main(const std::string& name)
         oldConnection.emplace();
         oldest = Subscribe(*oldConnection, [](const Package&) {});
     } else if (name == "a copy that never goes") {
-        static DaemonConnection* const leaked = new DaemonConnection(GetDaemonConnection());
-        static_cast<void>(leaked);
+        neverFreed = new DaemonConnection(GetDaemonConnection());
     } else if (name == "exit in a callback") {
         oldest = Subscribe(GetDaemonConnection(), [](const Package&) { std::exit(0); });
         while (true) {
