@@ -36,7 +36,7 @@ EventSubscription Subscribe(const DaemonConnection& connection, Callback callbac
 EventSubscription oldest;
 std::optional<DaemonConnection> oldConnection;
 std::optional<Result<Package>> oldResult;
-DaemonConnection* neverFreed = nullptr;
+DaemonConnection* volatile neverFreed = nullptr;
 
 /// Handles that are made before main() begins.
 struct Globals
