@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "operations.h"
+#include "package_file.h"
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Simulator {
+
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Options
+{
+    Pace pace;
+    std::string catalogue;
+    std::string state;
+    std::string scenario;
+    std::string replay;
+    double speed = 1.0;
+    unsigned packages = 0;
+    unsigned dictionaryEntries = 0;
+    bool privateBus = false;
+    std::vector<std::string> command;
+    std::string makePackage;
+    PackageFile package;
+};
+
+/// Prints the help and exits when it is asked for.
+/// @throws UsageError
+Options ParseOptions(int argc, char** argv);
+
+} // namespace Simulator
