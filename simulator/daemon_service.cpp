@@ -147,8 +147,13 @@ void DaemonService::RequirePackage(const std::string& id) const
 
 void DaemonService::EmitQueued(const std::vector<QueuedSignal>& signals)
 {
-    for (const QueuedSignal& signal : signals)
-        bus_.Emit({.name = signal.name}, signal.body);
+    for (const QueuedSignal& signal : signals) {
+        try {
+            bus_.Emit({.name = signal.name}, signal.body);
+        } catch (const BusError& error) {
+            g_printerr("emporium-simulator: %s\n", error.what());
+        }
+    }
 }
 
 } // namespace Simulator

@@ -4,6 +4,9 @@
 #include "failures.h"
 #include "options.h"
 #include "private_bus.h"
+#include "recording.h"
+#include "replay.h"
+#include "scenario.h"
 #include "simulator.h"
 
 #include <glib-unix.h>
@@ -34,13 +37,20 @@ public:
 
     int Run()
     {
+        if (!options_.scenario.empty())
+            scenario_.emplace(options_.scenario);
         Catalogue catalogue = Start();
         return options_.privateBus ? RunCommand(std::move(catalogue)) : Serve(std::move(catalogue));
     }
 
 private:
-    Catalogue Start() const
+    Catalogue Start()
     {
+        if (!options_.replay.empty()) {
+            Recording recording = ReadRecording(options_.replay);
+            events_ = std::move(recording.events);
+            return std::move(recording.snapshot);
+        }
         if (!options_.catalogue.empty())
             return ReadCatalogue(options_.catalogue);
         if (options_.packages != 0)
@@ -52,7 +62,9 @@ private:
     {
         Simulator simulator(options_, std::move(catalogue), {},
                             [this](int status) { Quit(status); });
-        simulator.TakeNames();
+        Open(simulator);
+        if (refused_)
+            return exitUsage;
         std::puts("ready");
         std::fflush(stdout);
         return Loop();
@@ -63,7 +75,9 @@ private:
         const PrivateBus bus;
         // The command goes on when the simulator leaves the bus: that is what it may want to see.
         Simulator simulator(options_, std::move(catalogue), bus.Address(), [](int) {});
-        simulator.TakeNames();
+        Open(simulator);
+        if (refused_)
+            return exitUsage;
         try {
             command_.emplace(options_.command, bus.Address(), [this](int status) { Quit(status); });
         } catch (const std::exception& error) {
@@ -73,11 +87,40 @@ private:
         return Loop();
     }
 
+    void Open(Simulator& simulator)
+    {
+        replay_.emplace(std::move(events_), options_.speed, simulator.Lists(),
+                        [&simulator](const std::string& name, const Variant& body) {
+                            simulator.Emit(name, body);
+                        });
+        simulator.Daemon().OnSnapshot([this] { replay_->Start(); });
+        simulator.TakeNames();
+        if (scenario_)
+            scenario_->Run(
+                [&simulator](const std::string& verb, GVariant* arguments) {
+                    simulator.Verbs().Perform(verb, arguments);
+                },
+                [this](const std::string& message) { Refuse(message); });
+    }
+
+    void Refuse(const std::string& message)
+    {
+        g_printerr("emporium-simulator: %s\n", message.c_str());
+        refused_ = true;
+        if (command_)
+            command_->Signal(SIGTERM);
+        else
+            Quit(exitUsage);
+    }
+
     int Loop()
     {
         if (!quit_)
             g_main_loop_run(loop_.get());
-        return status_;
+        // Both refer to the simulator, which goes before this object.
+        scenario_.reset();
+        replay_.reset();
+        return refused_ ? exitUsage : status_;
     }
 
     void Quit(int status)
@@ -102,7 +145,11 @@ private:
 
     const Options& options_;
     LoopPtr loop_{g_main_loop_new(nullptr, FALSE)};
+    std::optional<Scenario> scenario_;
+    std::vector<RecordedEvent> events_;
+    std::optional<Replay> replay_;
     std::optional<Command> command_;
+    bool refused_ = false;
     int status_ = 0;
     bool quit_ = false;
 };

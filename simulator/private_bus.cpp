@@ -85,8 +85,7 @@ void PrivateBus::Start()
     // Its standard error is dropped: the bus complains there about limits that it cannot raise.
     const auto flags = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
                                                      G_SUBPROCESS_FLAGS_STDERR_SILENCE);
-    const ObjectPtr<GSubprocessLauncher> launcher(
-        g_subprocess_launcher_new(flags));
+    const ObjectPtr<GSubprocessLauncher> launcher(g_subprocess_launcher_new(flags));
     g_subprocess_launcher_set_child_setup(launcher.get(), DieWithParent, nullptr, nullptr);
     process_.reset(g_subprocess_launcher_spawn(launcher.get(), &error, "dbus-daemon", "--nofork",
                                                "--nopidfile", "--print-address=1",

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator.h"
 
+#include "failures.h"
+
 #include <utility>
 
 namespace Simulator {
@@ -22,6 +24,16 @@ Simulator::Simulator(const Options& options, Catalogue catalogue, const std::str
         g_printerr("emporium-simulator: the bus is gone\n");
         gone(1);
     });
+}
+
+// Called from the main loop, where nobody could catch: once the simulator has left the bus, its
+// operations go on without being heard.
+void Simulator::Emit(const std::string& name, const Variant& body)
+{
+    try {
+        bus_.Emit({.name = name}, body);
+    } catch (const BusError&) {
+    }
 }
 
 void Simulator::TakeNames()

@@ -25,7 +25,7 @@ public:
     Store& Lists() { return store_; }
     Control& Verbs() { return control_; }
     DaemonService& Daemon() { return daemon_; }
-    void Emit(const std::string& name, const Variant& body) { bus_.Emit({.name = name}, body); }
+    void Emit(const std::string& name, const Variant& body);
 
     void TakeNames();
 
