@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "package_rules.h"
 
-#include <regex>
 #include <stdexcept>
 #include <string_view>
 
@@ -65,8 +64,10 @@ bool IsPackageId(const std::string& id)
 
 bool IsPackageVersion(const std::string& version)
 {
-    static const std::regex pattern("[0-9]{1,9}(\\.[0-9]{1,9}){0,7}(-[0-9A-Za-z.]{1,64})?");
-    return version.size() <= 160 && std::regex_match(version, pattern);
+    // GLib's expressions, because those of the standard library recurse with the length.
+    constexpr const char* pattern = "\\A[0-9]{1,9}(\\.[0-9]{1,9}){0,7}(-[0-9A-Za-z.]{1,64})?\\z";
+    return g_regex_match_simple(pattern, version.c_str(), GRegexCompileFlags{},
+                                GRegexMatchFlags{}) != FALSE;
 }
 
 int CompareVersions(const std::string& left, const std::string& right)
