@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <set>
 
 namespace Simulator {
@@ -143,6 +142,26 @@ Variant Summary(const char* text)
     return Variant(g_variant_dict_end(&data));
 }
 
+// The control interface can put anything into the lists; what the file form cannot hold is left
+// out of it, so that a state can always be read again.
+bool IsPlainName(std::string_view name)
+{
+    return !name.empty() && name.find_first_of("[]=\n\r\t #\\") == std::string_view::npos;
+}
+
+bool CanBeWritten(const Package& package)
+{
+    return IsPackageId(package.id) && IsPackageVersion(package.version);
+}
+
+bool CanBeWritten(const Operation& operation)
+{
+    const bool ended = operation.status == statusDone || operation.status == statusFailed;
+    return ended && operation.type >= 0 &&
+           static_cast<std::size_t>(operation.type) < typeNames.size() &&
+           IsPlainName(operation.uuid);
+}
+
 std::string FormatPackage(const Package& package)
 {
     std::string text = "\n[" + std::string(packagePrefix) + package.id + "]\n";
@@ -155,8 +174,11 @@ std::string FormatPackage(const Package& package)
     g_variant_iter_init(&entries, package.data.Get());
     const char* key = nullptr;
     GVariant* value = nullptr;
+    std::set<std::string> written;
     while (g_variant_iter_next(&entries, "{&sv}", &key, &value) != FALSE) {
         const Variant owned(value);
+        if (!IsPlainName(key) || !written.insert(key).second)
+            continue;
         const TextPtr printed(g_variant_print(value, TRUE));
         text += FormatEntry(std::string(dataPrefix) + key, printed.get());
     }
@@ -166,8 +188,6 @@ std::string FormatPackage(const Package& package)
 std::string FormatOperation(const Operation& operation)
 {
     const auto type = static_cast<std::size_t>(operation.type);
-    if (type >= typeNames.size())
-        return {};
     std::string text = "\n[" + std::string(operationPrefix) + operation.uuid + "]\n";
     text += FormatEntry("Package", operation.package);
     text += FormatEntry("Type", typeNames[type]);
@@ -221,14 +241,18 @@ std::string FormatCatalogue(const Catalogue& catalogue)
     std::string text = "[System]\n" + FormatEntry("Architecture", catalogue.architecture) +
                        FormatEntry("VeyraVersion", catalogue.version);
     for (const Package& package : catalogue.packages)
-        text += FormatPackage(package);
-    for (const Operation& operation : catalogue.completed)
-        text += FormatOperation(operation);
+        if (CanBeWritten(package))
+            text += FormatPackage(package);
+    std::vector<Operation> operations = catalogue.completed;
     for (Operation operation : catalogue.active) {
         operation.status = statusFailed;
         operation.error = static_cast<std::int32_t>(Common::ErrorCode::Internal);
-        text += FormatOperation(operation);
+        operations.push_back(operation);
     }
+    std::set<std::string> written;
+    for (const Operation& operation : operations)
+        if (CanBeWritten(operation) && written.insert(operation.uuid).second)
+            text += FormatOperation(operation);
     return text;
 }
 
