@@ -1,220 +1,305 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "simulator/control.h"
+#include "control.h"
 
-#include "simulator/contract_xml.h"
+#include "introspection.h"
+#include "package_rules.h"
 
 #include <stdexcept>
-#include <string_view>
 
 namespace Simulator {
+
 namespace {
 
-constexpr const char* objectPath = "/org/velmora/Emporium/Simulator";
-constexpr const char* interfaceName = "org.velmora.Emporium.Simulator";
-
-Owned<GVariant> ParseValue(const char* text)
+Variant Nothing()
 {
-    std::string failure;
-    Owned<GVariant> value(g_variant_parse(nullptr, text, nullptr, nullptr, Failure(failure)));
-    if (!value) {
-        throw std::invalid_argument("'" + std::string(text) + "' is no value: " + failure);
-    }
-    return value;
+    return Variant(g_variant_new_tuple(nullptr, 0));
 }
 
-Owned<GVariant> ParseBody(const char* text)
+Variant BodyOf(const char* text)
 {
-    Owned<GVariant> body = ParseValue(text);
-    if (!g_variant_is_of_type(body.get(), G_VARIANT_TYPE_TUPLE)) {
-        throw std::invalid_argument("'" + std::string(text) + "' is no body: a body is a tuple");
+    try {
+        return ParseBody(text);
+    } catch (const std::invalid_argument& error) {
+        throw BusError::InvalidArguments(error.what());
     }
-    return body;
 }
 
-void CheckSignal(const char* signal)
+void RequireSignalName(const char* name)
 {
-    if (!g_dbus_is_member_name(signal)) {
-        throw std::invalid_argument("'" + std::string(signal) + "' is no name of a signal");
-    }
+    if (g_dbus_is_member_name(name) == FALSE)
+        throw BusError::InvalidArguments(std::string("not a signal: ") + name);
+}
+
+// A name without dots is the short name of an error of the model.
+BusError ErrorOf(const std::string& name, const std::string& message)
+{
+    const bool isShort = name.find('.') == std::string::npos;
+    const std::string whole = (isShort ? "org.velmora.KVD.Error." : "") + name;
+    const Common::ErrorTableRow& row = Common::FindError(whole);
+    if (isShort && row.dbusName != whole)
+        throw BusError::InvalidArguments("no such error: " + name);
+    if (g_dbus_is_interface_name(whole.c_str()) == FALSE)
+        throw BusError::InvalidArguments("not an error name: " + name);
+    return {whole, message.empty() ? std::string(row.message) : message};
 }
 
 } // namespace
 
-const std::map<std::string, Control::Verb> Control::verbs = {
-    {"FailCall", &Control::FailCall},
-    {"AnswerCall", &Control::AnswerCall},
-    {"DelayCall", &Control::DelayCall},
-    {"SignalBeforeReply", &Control::SignalBeforeReply},
-    {"ExitInCall", &Control::ExitInCall},
-    {"Calls", &Control::Calls},
-    {"Emit", &Control::Emit},
-    {"OverrideProperty", &Control::OverrideProperty},
-    {"DropProperty", &Control::DropProperty},
-    {"FailOperation", &Control::FailOperation},
-    {"Vanish", &Control::Vanish},
-    {"Return", &Control::Return},
-    {"Reset", &Control::Reset},
-};
-
-Control::Control(GDBusConnection* connection, Daemon& daemon)
-    : m_connection(connection), m_daemon(daemon)
+Control::Control(Bus& bus, Store& store, OperationQueue& operations, Faults& faults,
+                 const DaemonService& daemon)
+    : bus_(bus), store_(store), operations_(operations), faults_(faults), daemon_(daemon),
+      object_(bus, controlPath, controlIntrospection,
+              [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                  Call(method, arguments, invocation);
+              })
 {
-    static constexpr GDBusInterfaceVTable table{OnMethodCall, nullptr, nullptr, {}};
-    std::string failure;
-    const Owned<GDBusNodeInfo> node(g_dbus_node_info_new_for_xml(controlXml, Failure(failure)));
-    m_registration = g_dbus_connection_register_object(
-        connection, objectPath, g_dbus_node_info_lookup_interface(node.get(), interfaceName),
-        &table, this, nullptr, Failure(failure));
-    if (m_registration == 0) {
-        throw std::runtime_error("cannot register the control object: " + failure);
-    }
 }
 
-Control::~Control()
+const std::map<std::string, Control::Verb>& Control::Verbs()
 {
-    g_dbus_connection_unregister_object(m_connection, m_registration);
+    static const std::map<std::string, Verb> verbs = {
+        {"FailCall", &Control::FailCall},
+        {"DelayReply", &Control::DelayReply},
+        {"SetReply", &Control::SetReply},
+        {"QueueSignal", &Control::QueueSignal},
+        {"ExitDuring", &Control::ExitDuring},
+        {"Calls", &Control::Calls},
+        {"DropProperty", &Control::DropProperty},
+        {"SetProperty", &Control::SetProperty},
+        {"RestoreProperty", &Control::RestoreProperty},
+        {"EmitSignal", &Control::EmitSignal},
+        {"EmitSignalFrom", &Control::EmitSignalFrom},
+        {"Vanish", &Control::Vanish},
+        {"Return", &Control::Return},
+        {"FailOperation", &Control::FailOperation},
+        {"AddPackage", &Control::AddPackage},
+        {"RemovePackage", &Control::RemovePackage},
+        {"AddActiveOperation", &Control::AddActiveOperation},
+        {"AddCompletedOperation", &Control::AddCompletedOperation},
+        {"Reset", &Control::Reset}};
+    return verbs;
 }
 
-void Control::OnMethodCall(GDBusConnection*, const char*, const char*, const char*,
-                           const char* method, GVariant* arguments,
-                           GDBusMethodInvocation* invocation, gpointer self)
+Variant Control::Perform(const std::string& verb, GVariant* arguments)
+{
+    return (this->*Verbs().at(verb))(arguments);
+}
+
+void Control::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
 {
     try {
-        GVariant* const body = (static_cast<Control*>(self)->*verbs.at(method))(arguments);
-        g_dbus_method_invocation_return_value(invocation, body);
+        const Variant result = Perform(method, arguments);
+        g_dbus_method_invocation_return_value(invocation, result.Get());
+    } catch (const BusError& error) {
+        g_dbus_method_invocation_return_dbus_error(invocation, error.Name().c_str(), error.what());
     } catch (const std::exception& error) {
-        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
-                                                      G_DBUS_ERROR_INVALID_ARGS, error.what());
+        g_dbus_method_invocation_return_dbus_error(invocation, "org.freedesktop.DBus.Error.Failed",
+                                                   error.what());
     }
 }
 
-MethodFaults& Control::FaultsOf(const char* method)
+MethodScript& Control::ScriptOf(const char* method)
 {
-    for (const std::string_view known :
-         {"GetAllProperties", "Install", "Remove", "Start", "Restart"}) {
-        if (known == method) {
-            return m_daemon.GetFaults().methods[method];
-        }
-    }
-    throw std::invalid_argument("the daemon has no method '" + std::string(method) + "'");
+    if (!daemon_.HasMethod(method))
+        throw BusError::InvalidArguments(std::string("the daemon has no method ") + method);
+    return faults_.methods[method];
 }
 
-GVariant* Control::FailCall(GVariant* arguments)
+Variant Control::FailCall(GVariant* arguments)
 {
-    const char *method = nullptr, *name = nullptr, *message = nullptr;
+    const char* method = nullptr;
+    const char* name = nullptr;
+    const char* message = nullptr;
     unsigned nth = 0;
     g_variant_get(arguments, "(&su&s&s)", &method, &nth, &name, &message);
-    if (nth == 0 || !g_dbus_is_interface_name(name)) {
-        throw std::invalid_argument("calls count from 1, and '" + std::string(name) +
-                                    "' must be the name of a bus error");
-    }
-    FaultsOf(method).errors[nth] = {name, message};
-    return nullptr;
+    MethodScript& script = ScriptOf(method);
+    if (nth == 0)
+        throw BusError::InvalidArguments("the next call is number 1");
+    script.failures.insert_or_assign(script.calls + nth, ErrorOf(name, message));
+    return Nothing();
 }
 
-GVariant* Control::AnswerCall(GVariant* arguments)
-{
-    const char *method = nullptr, *body = nullptr;
-    g_variant_get(arguments, "(&s&s)", &method, &body);
-    FaultsOf(method).answer = ParseBody(body);
-    return nullptr;
-}
-
-GVariant* Control::DelayCall(GVariant* arguments)
+Variant Control::DelayReply(GVariant* arguments)
 {
     const char* method = nullptr;
     unsigned milliseconds = 0;
     g_variant_get(arguments, "(&su)", &method, &milliseconds);
-    FaultsOf(method).delay = milliseconds;
-    return nullptr;
+    ScriptOf(method).delay = milliseconds;
+    return Nothing();
 }
 
-GVariant* Control::SignalBeforeReply(GVariant* arguments)
+Variant Control::SetReply(GVariant* arguments)
 {
-    const char *method = nullptr, *signal = nullptr, *body = nullptr;
+    const char* method = nullptr;
+    const char* body = nullptr;
+    g_variant_get(arguments, "(&s&s)", &method, &body);
+    ScriptOf(method).replies.push_back(BodyOf(body));
+    return Nothing();
+}
+
+Variant Control::QueueSignal(GVariant* arguments)
+{
+    const char* method = nullptr;
+    const char* signal = nullptr;
+    const char* body = nullptr;
     g_variant_get(arguments, "(&s&s&s)", &method, &signal, &body);
-    CheckSignal(signal);
-    FaultsOf(method).signalsBeforeReply.emplace_back(signal, ParseBody(body));
-    return nullptr;
+    RequireSignalName(signal);
+    ScriptOf(method).signals.push_back({signal, BodyOf(body)});
+    return Nothing();
 }
 
-GVariant* Control::ExitInCall(GVariant* arguments)
+Variant Control::ExitDuring(GVariant* arguments)
 {
     const char* method = nullptr;
     g_variant_get(arguments, "(&s)", &method);
-    FaultsOf(method).exit = true;
-    return nullptr;
+    ScriptOf(method).exits = true;
+    return Nothing();
 }
 
-GVariant* Control::Calls(GVariant* arguments)
+Variant Control::Calls(GVariant* arguments)
 {
     const char* method = nullptr;
     g_variant_get(arguments, "(&s)", &method);
-    FaultsOf(method);
-    const Daemon::CallRecord& record = m_daemon.CallsOf(method);
-    return g_variant_new("(us)", record.count, record.lastArgument.c_str());
+    const MethodScript& script = ScriptOf(method);
+    return Variant(g_variant_new("(us)", script.calls, script.lastArgument.c_str()));
 }
 
-GVariant* Control::Emit(GVariant* arguments)
+Variant Control::DropProperty(GVariant* arguments)
 {
-    const char *signal = nullptr, *text = nullptr;
+    const char* key = nullptr;
+    g_variant_get(arguments, "(&s)", &key);
+    faults_.properties[key] = {};
+    return Nothing();
+}
+
+Variant Control::SetProperty(GVariant* arguments)
+{
+    const char* key = nullptr;
+    GVariant* value = nullptr;
+    g_variant_get(arguments, "(&sv)", &key, &value);
+    faults_.properties[key] = Variant(value);
+    return Nothing();
+}
+
+Variant Control::RestoreProperty(GVariant* arguments)
+{
+    const char* key = nullptr;
+    g_variant_get(arguments, "(&s)", &key);
+    faults_.properties.erase(key);
+    return Nothing();
+}
+
+Variant Control::EmitSignal(GVariant* arguments)
+{
+    const char* signal = nullptr;
+    const char* body = nullptr;
     unsigned count = 0;
-    g_variant_get(arguments, "(&s&su)", &signal, &text, &count);
-    CheckSignal(signal);
-    const Owned<GVariant> body = ParseBody(text);
-    for (unsigned number = 0; number < count; ++number) {
-        m_daemon.Emit(signal, body.get());
-    }
-    return nullptr;
+    g_variant_get(arguments, "(&s&su)", &signal, &body, &count);
+    bus_.Emit({.name = signal}, BodyOf(body), count);
+    return Nothing();
 }
 
-GVariant* Control::OverrideProperty(GVariant* arguments)
+Variant Control::EmitSignalFrom(GVariant* arguments)
 {
-    const char *name = nullptr, *value = nullptr;
-    g_variant_get(arguments, "(&s&s)", &name, &value);
-    m_daemon.GetFaults().properties[name] = ParseValue(value);
-    return nullptr;
+    const char* path = nullptr;
+    const char* interface = nullptr;
+    const char* signal = nullptr;
+    const char* body = nullptr;
+    unsigned count = 0;
+    g_variant_get(arguments, "(&s&s&s&su)", &path, &interface, &signal, &body, &count);
+    bus_.Emit({path, interface, signal}, BodyOf(body), count);
+    return Nothing();
 }
 
-GVariant* Control::DropProperty(GVariant* arguments)
-{
-    const char* name = nullptr;
-    g_variant_get(arguments, "(&s)", &name);
-    m_daemon.GetFaults().properties[name] = nullptr;
-    return nullptr;
-}
-
-GVariant* Control::FailOperation(GVariant* arguments)
-{
-    int code = 0;
-    g_variant_get(arguments, "(i)", &code);
-    m_daemon.GetFaults().operationError = code;
-    return nullptr;
-}
-
-GVariant* Control::Vanish(GVariant* arguments)
+Variant Control::Vanish(GVariant* arguments)
 {
     unsigned milliseconds = 0;
     g_variant_get(arguments, "(u)", &milliseconds);
-    m_daemon.ReleaseName();
-    if (milliseconds > 0) {
-        After(milliseconds, [this] { m_daemon.OwnName(); });
-    }
-    return nullptr;
+    bus_.Release(daemonName);
+    return_.Stop();
+    if (milliseconds != 0)
+        return_.Start(milliseconds, [this] {
+            try {
+                bus_.Own(daemonName);
+            } catch (const std::exception& error) {
+                g_printerr("emporium-simulator: cannot come back: %s\n", error.what());
+            }
+        });
+    return Nothing();
 }
 
-GVariant* Control::Return(GVariant*)
+Variant Control::Return(GVariant*)
 {
-    if (!m_daemon.OwnName()) {
-        throw std::runtime_error("somebody else has the daemon's name");
-    }
-    return nullptr;
+    return_.Stop();
+    bus_.Own(daemonName);
+    return Nothing();
 }
 
-GVariant* Control::Reset(GVariant*)
+Variant Control::FailOperation(GVariant* arguments)
 {
-    m_daemon.GetFaults() = Faults{};
-    return nullptr;
+    const char* package = nullptr;
+    std::int32_t error = 0;
+    g_variant_get(arguments, "(&si)", &package, &error);
+    if (error == 0)
+        throw BusError::InvalidArguments("0 is not the code of an error");
+    operations_.FailNext(package, error);
+    return Nothing();
+}
+
+Variant Control::AddPackage(GVariant* arguments)
+{
+    GVariant* value = nullptr;
+    gboolean announce = FALSE;
+    g_variant_get(arguments, "(@(ssssa{sv})b)", &value, &announce);
+    const Variant package(value);
+    const bool upgraded = store_.PutPackage(PackageFromVariant(package.Get()));
+    if (announce != FALSE)
+        bus_.Emit({.name = upgraded ? "PackageUpgraded" : "PackageInstalled"}, Body(package));
+    return Nothing();
+}
+
+Variant Control::RemovePackage(GVariant* arguments)
+{
+    const char* id = nullptr;
+    gboolean announce = FALSE;
+    g_variant_get(arguments, "(&sb)", &id, &announce);
+    if (!store_.RemovePackage(id))
+        throw BusError(Common::ErrorCode::PackageNotExist);
+    if (announce != FALSE)
+        bus_.Emit({.name = "PackageRemoved"}, Body(Variant(g_variant_new_string(id))));
+    return Nothing();
+}
+
+Variant Control::AddActiveOperation(GVariant* arguments)
+{
+    GVariant* value = nullptr;
+    gboolean announce = FALSE;
+    g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
+    const Variant operation(value);
+    store_.PutActive(OperationFromVariant(operation.Get()));
+    if (announce != FALSE)
+        bus_.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    return Nothing();
+}
+
+Variant Control::AddCompletedOperation(GVariant* arguments)
+{
+    GVariant* value = nullptr;
+    gboolean announce = FALSE;
+    g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
+    const Variant operation(value);
+    store_.PutCompleted(OperationFromVariant(operation.Get()));
+    if (announce != FALSE)
+        bus_.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    return Nothing();
+}
+
+Variant Control::Reset(GVariant* arguments)
+{
+    operations_.Clear();
+    store_.Reset();
+    faults_ = {};
+    return Return(arguments);
 }
 
 } // namespace Simulator

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "simulator/daemon.h"
+#include "bus_object.h"
+#include "daemon_service.h"
+#include "faults.h"
+#include "operations.h"
+#include "store.h"
 
 #include <functional>
 #include <map>
@@ -9,44 +13,52 @@
 
 namespace Simulator {
 
-/// The object by which the simulator is told what to do wrong.
+/// The verbs that make the daemon misbehave, on the bus and for scenario files.
 class Control
 {
 public:
-    Control(GDBusConnection* connection, Daemon& daemon);
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
-    ~Control();
+    Control(Bus& bus, Store& store, OperationQueue& operations, Faults& faults,
+            const DaemonService& daemon);
+
+    /// Carries out a verb whose arguments have the types of the introspection data.
+    /// @return the body of its reply
+    /// @throws BusError when an argument makes no sense
+    Variant Perform(const std::string& verb, GVariant* arguments);
 
 private:
-    /// The reply's body, floating, or null for an empty one. Throws std::invalid_argument.
-    using Verb = GVariant* (Control::*)(GVariant* arguments);
+    using Verb = Variant (Control::*)(GVariant* arguments);
+    static const std::map<std::string, Verb>& Verbs();
 
-    static void OnMethodCall(GDBusConnection* connection, const char* sender, const char* path,
-                             const char* interface, const char* method, GVariant* arguments,
-                             GDBusMethodInvocation* invocation, gpointer self);
+    void Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation);
+    MethodScript& ScriptOf(const char* method);
 
-    MethodFaults& FaultsOf(const char* method);
+    Variant FailCall(GVariant* arguments);
+    Variant DelayReply(GVariant* arguments);
+    Variant SetReply(GVariant* arguments);
+    Variant QueueSignal(GVariant* arguments);
+    Variant ExitDuring(GVariant* arguments);
+    Variant Calls(GVariant* arguments);
+    Variant DropProperty(GVariant* arguments);
+    Variant SetProperty(GVariant* arguments);
+    Variant RestoreProperty(GVariant* arguments);
+    Variant EmitSignal(GVariant* arguments);
+    Variant EmitSignalFrom(GVariant* arguments);
+    Variant Vanish(GVariant* arguments);
+    Variant Return(GVariant* arguments);
+    Variant FailOperation(GVariant* arguments);
+    Variant AddPackage(GVariant* arguments);
+    Variant RemovePackage(GVariant* arguments);
+    Variant AddActiveOperation(GVariant* arguments);
+    Variant AddCompletedOperation(GVariant* arguments);
+    Variant Reset(GVariant* arguments);
 
-    GVariant* FailCall(GVariant* arguments);
-    GVariant* AnswerCall(GVariant* arguments);
-    GVariant* DelayCall(GVariant* arguments);
-    GVariant* SignalBeforeReply(GVariant* arguments);
-    GVariant* ExitInCall(GVariant* arguments);
-    GVariant* Calls(GVariant* arguments);
-    GVariant* Emit(GVariant* arguments);
-    GVariant* OverrideProperty(GVariant* arguments);
-    GVariant* DropProperty(GVariant* arguments);
-    GVariant* FailOperation(GVariant* arguments);
-    GVariant* Vanish(GVariant* arguments);
-    GVariant* Return(GVariant* arguments);
-    GVariant* Reset(GVariant* arguments);
-
-    static const std::map<std::string, Verb> verbs;
-
-    GDBusConnection* m_connection;
-    Daemon& m_daemon;
-    unsigned m_registration = 0;
+    Bus& bus_;
+    Store& store_;
+    OperationQueue& operations_;
+    Faults& faults_;
+    const DaemonService& daemon_;
+    Timer return_;
+    BusObject object_;
 };
 
 } // namespace Simulator

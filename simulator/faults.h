@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "simulator/glib_pointer.h"
+#include "failures.h"
+#include "glib_ptr.h"
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -10,28 +12,29 @@
 
 namespace Simulator {
 
-struct ErrorAnswer
+struct QueuedSignal
 {
     std::string name;
-    std::string message;
+    Variant body;
 };
 
-/// What is to happen at the calls of one method, beside the usual.
-struct MethodFaults
+/// What is prepared for the calls of one method, and what was seen of them.
+struct MethodScript
 {
-    std::map<unsigned, ErrorAnswer> errors; ///< By the number of calls until then, from 1.
-    Owned<GVariant> answer;
+    unsigned calls = 0;
+    std::string lastArgument;
+    std::map<unsigned, BusError> failures; ///< by the number of the call
+    std::deque<Variant> replies;
+    std::vector<QueuedSignal> signals;
     unsigned delay = 0;
-    std::vector<std::pair<std::string, Owned<GVariant>>> signalsBeforeReply;
-    bool exit = false;
+    bool exits = false;
 };
 
-/// Everything that the simulator was told to do wrong.
+/// Everything that makes the daemon misbehave.
 struct Faults
 {
-    std::map<std::string, MethodFaults> methods;
-    std::map<std::string, Owned<GVariant>> properties; ///< Null for one that is left out.
-    std::optional<int> operationError;
+    std::map<std::string, MethodScript> methods;
+    std::map<std::string, Variant> properties; ///< an empty value drops the property
 };
 
 } // namespace Simulator

@@ -1,193 +1,188 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "simulator/control.h"
-#include "simulator/daemon.h"
-#include "simulator/options.h"
+#include "catalogue.h"
+#include "command.h"
+#include "failures.h"
+#include "options.h"
+#include "private_bus.h"
+#include "recording.h"
+#include "replay.h"
+#include "scenario.h"
+#include "simulator.h"
 
-#include <gio/gio.h>
 #include <glib-unix.h>
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <optional>
-#include <stdexcept>
-#include <string>
-#include <vector>
+
+namespace Simulator {
 
 namespace {
 
-using namespace Simulator;
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
+constexpr int exitNoBus = 3;
+constexpr int exitNoCommand = 127;
 
-constexpr int usageError = 2;
-
-Owned<GDBusConnection> Connect(const std::string& address)
-{
-    std::string failure;
-    Owned<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
-        address.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, Failure(failure)));
-    if (!connection) {
-        throw std::runtime_error("cannot reach the session bus: " + failure);
-    }
-    return connection;
-}
-
-std::string SessionBusAddress()
-{
-    std::string failure;
-    const Owned<char> address(
-        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, Failure(failure)));
-    if (!address) {
-        throw std::runtime_error("cannot find the session bus: " + failure);
-    }
-    return address.get();
-}
-
-/// A bus that lives as long as this object; the process's children find it as their session bus.
-class PrivateBus
-{
-public:
-    PrivateBus() : m_bus(g_test_dbus_new(G_TEST_DBUS_NONE)) { g_test_dbus_up(m_bus.get()); }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-    ~PrivateBus() { g_test_dbus_stop(m_bus.get()); }
-
-    std::string Address() const { return g_test_dbus_get_bus_address(m_bus.get()); }
-
-private:
-    Owned<GTestDBus> m_bus;
-};
-
-/// The daemon on a bus, and what ends it.
 class Program
 {
 public:
-    Program(const Options& options, const std::string& address)
-        : m_connection(Connect(address)),
-          m_daemon(m_connection.get(), InitialState(options), options.pace),
-          m_control(m_connection.get(), m_daemon), m_loop(g_main_loop_new(nullptr, FALSE))
+    explicit Program(const Options& options) : options_(options)
     {
-        if (!m_daemon.OwnName()) {
-            throw std::runtime_error(std::string("somebody else has the bus name ") + busName);
-        }
-        g_signal_connect_swapped(m_connection.get(), "closed", G_CALLBACK(g_main_loop_quit),
-                                 m_loop.get());
-        g_unix_signal_add(SIGTERM, OnSignal, this);
-        g_unix_signal_add(SIGINT, OnSignal, this);
+        for (const int number : {SIGTERM, SIGINT, SIGHUP})
+            g_unix_signal_add_full(G_PRIORITY_DEFAULT, number,
+                                   number == SIGINT ? Interrupted : Terminated, this, nullptr);
     }
 
-    /// Until a signal comes or the bus goes.
-    int Serve()
+    int Run()
     {
-        std::puts("ready");
-        std::fflush(stdout);
-        g_main_loop_run(m_loop.get());
-        return EXIT_SUCCESS;
-    }
-
-    /// Until the command ends; its exit status, as a shell would tell it.
-    int ServeDuring(const std::vector<std::string>& command)
-    {
-        std::vector<char*> argv;
-        for (const std::string& word : command) {
-            argv.push_back(const_cast<char*>(word.c_str()));
-        }
-        argv.push_back(nullptr);
-        std::string failure;
-        const auto flags = static_cast<GSpawnFlags>(
-            G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH | G_SPAWN_CHILD_INHERITS_STDIN);
-        if (!g_spawn_async(nullptr, argv.data(), nullptr, flags, nullptr, nullptr, &m_child,
-                           Failure(failure))) {
-            throw std::runtime_error("cannot run the command: " + failure);
-        }
-        g_child_watch_add(m_child, OnChildEnd, this);
-        while (m_child != 0) {
-            g_main_context_iteration(nullptr, TRUE);
-        }
-        return m_childStatus;
+        if (!options_.scenario.empty())
+            scenario_.emplace(options_.scenario);
+        Catalogue catalogue = Start();
+        return options_.privateBus ? RunCommand(std::move(catalogue)) : Serve(std::move(catalogue));
     }
 
 private:
-    static State InitialState(const Options& options)
+    Catalogue Start()
     {
-        State state = BuiltInState();
-        if (options.madeUpPackages) {
-            state.packages = MadeUpPackages(*options.madeUpPackages, options.dictionaryEntries);
+        if (!options_.replay.empty()) {
+            Recording recording = ReadRecording(options_.replay);
+            events_ = std::move(recording.events);
+            return std::move(recording.snapshot);
         }
-        return state;
+        if (!options_.catalogue.empty())
+            return ReadCatalogue(options_.catalogue);
+        if (options_.packages != 0)
+            return MadeUpCatalogue(options_.packages, options_.dictionaryEntries);
+        return BuiltInCatalogue();
     }
 
-    static gboolean OnSignal(gpointer self)
+    int Serve(Catalogue catalogue)
     {
-        Program& program = *static_cast<Program*>(self);
-        if (program.m_child != 0) {
-            kill(program.m_child, SIGTERM);
+        Simulator simulator(options_, std::move(catalogue), {},
+                            [this](int status) { Quit(status); });
+        Open(simulator);
+        if (refused_)
+            return exitUsage;
+        std::puts("ready");
+        std::fflush(stdout);
+        return Loop();
+    }
+
+    int RunCommand(Catalogue catalogue)
+    {
+        const PrivateBus bus;
+        // The command goes on when the simulator leaves the bus: that is what it may want to see.
+        Simulator simulator(options_, std::move(catalogue), bus.Address(), [](int) {});
+        Open(simulator);
+        if (refused_)
+            return exitUsage;
+        try {
+            command_.emplace(options_.command, bus.Address(), [this](int status) { Quit(status); });
+        } catch (const std::exception& error) {
+            g_printerr("emporium-simulator: %s\n", error.what());
+            return exitNoCommand;
         }
-        g_main_loop_quit(program.m_loop.get());
+        return Loop();
+    }
+
+    void Open(Simulator& simulator)
+    {
+        replay_.emplace(std::move(events_), options_.speed, simulator.Lists(),
+                        [&simulator](const std::string& name, const Variant& body) {
+                            simulator.Emit(name, body);
+                        });
+        simulator.Daemon().OnSnapshot([this] { replay_->Start(); });
+        simulator.TakeNames();
+        if (scenario_)
+            scenario_->Run(
+                [&simulator](const std::string& verb, GVariant* arguments) {
+                    simulator.Verbs().Perform(verb, arguments);
+                },
+                [this](const std::string& message) { Refuse(message); });
+    }
+
+    void Refuse(const std::string& message)
+    {
+        g_printerr("emporium-simulator: %s\n", message.c_str());
+        refused_ = true;
+        if (command_)
+            command_->Signal(SIGTERM);
+        else
+            Quit(exitUsage);
+    }
+
+    int Loop()
+    {
+        if (!quit_)
+            g_main_loop_run(loop_.get());
+        // Both refer to the simulator, which goes before this object.
+        scenario_.reset();
+        replay_.reset();
+        return refused_ ? exitUsage : status_;
+    }
+
+    void Quit(int status)
+    {
+        status_ = status;
+        quit_ = true;
+        g_main_loop_quit(loop_.get());
+    }
+
+    // A command gets the signal, and its end is ours.
+    gboolean Stop(int number)
+    {
+        if (command_)
+            command_->Signal(number);
+        else
+            Quit(0);
         return G_SOURCE_CONTINUE;
     }
 
-    static void OnChildEnd(GPid, int status, gpointer self)
-    {
-        Program& program = *static_cast<Program*>(self);
-        program.m_child = 0;
-        program.m_childStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
+    static gboolean Interrupted(gpointer data) { return static_cast<Program*>(data)->Stop(SIGINT); }
+    static gboolean Terminated(gpointer data) { return static_cast<Program*>(data)->Stop(SIGTERM); }
 
-    Owned<GDBusConnection> m_connection;
-    Daemon m_daemon;
-    Control m_control;
-    Owned<GMainLoop> m_loop;
-    GPid m_child = 0;
-    int m_childStatus = EXIT_FAILURE;
+    const Options& options_;
+    LoopPtr loop_{g_main_loop_new(nullptr, FALSE)};
+    std::optional<Scenario> scenario_;
+    std::vector<RecordedEvent> events_;
+    std::optional<Replay> replay_;
+    std::optional<Command> command_;
+    bool refused_ = false;
+    int status_ = 0;
+    bool quit_ = false;
 };
 
-int MakePackage(const Options& options)
+int Main(int argc, char** argv)
 {
-    const std::string failure = WritePackageFile(options.packagePath, options.package);
-    if (!failure.empty()) {
-        throw std::runtime_error("cannot write the package file: " + failure);
+    const Options options = ParseOptions(argc, argv);
+    if (!options.makePackage.empty()) {
+        WritePackageFile(options.makePackage, options.package);
+        return 0;
     }
-    return EXIT_SUCCESS;
-}
-
-int Run(const Options& options)
-{
-    if (!options.packagePath.empty()) {
-        return MakePackage(options);
-    }
-    if (!options.privateBus) {
-        return Program(options, SessionBusAddress()).Serve();
-    }
-    const PrivateBus bus;
-    return Program(options, bus.Address()).ServeDuring(options.command);
-}
-
-std::optional<Options> OptionsOrComplaint(int argc, char** argv)
-{
-    try {
-        return ParseOptions(argc, argv);
-    } catch (const std::invalid_argument& error) {
-        std::fprintf(stderr, "emporium-simulator: %s\n", error.what());
-        return std::nullopt;
-    }
+    return Program(options).Run();
 }
 
 } // namespace
 
+} // namespace Simulator
+
 int main(int argc, char** argv)
 {
-    const std::optional<Options> options = OptionsOrComplaint(argc, argv);
-    if (!options) {
-        return usageError;
-    }
     try {
-        return Run(*options);
+        return Simulator::Main(argc, argv);
+    } catch (const Simulator::UsageError& error) {
+        g_printerr("emporium-simulator: %s\nTry emporium-simulator --help.\n", error.what());
+        return Simulator::exitUsage;
+    } catch (const Simulator::InputError& error) {
+        g_printerr("emporium-simulator: %s\n", error.what());
+        return Simulator::exitUsage;
+    } catch (const Simulator::NoBus& error) {
+        g_printerr("emporium-simulator: %s\n", error.what());
+        return Simulator::exitNoBus;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "emporium-simulator: %s\n", error.what());
-        return EXIT_FAILURE;
+        g_printerr("emporium-simulator: %s\n", error.what());
+        return Simulator::exitFailed;
     }
 }

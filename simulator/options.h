@@ -1,28 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "simulator/daemon.h"
-#include "simulator/package_file.h"
+#include "operations.h"
+#include "package_file.h"
 
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace Simulator {
 
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
 struct Options
 {
     Pace pace;
-    std::optional<unsigned> madeUpPackages;
+    std::string catalogue;
+    std::string state;
+    std::string scenario;
+    std::string replay;
+    double speed = 1.0;
+    unsigned packages = 0;
     unsigned dictionaryEntries = 0;
     bool privateBus = false;
-    std::vector<std::string> command; ///< To be run on the private bus.
-    std::string packagePath;          ///< Of the package file to be made, or empty.
+    std::vector<std::string> command;
+    std::string makePackage;
     PackageFile package;
 };
 
-/// Reads the command line. Throws std::invalid_argument with a message for the user. `--help` is
-/// answered here and ends the process.
+/// Prints the help and exits when it is asked for.
+/// @throws UsageError
 Options ParseOptions(int argc, char** argv);
 
 } // namespace Simulator

@@ -1,117 +1,120 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "simulator/package_file.h"
+#include "package_file.h"
 
-#include <charconv>
-#include <vector>
+#include "failures.h"
+#include "key_file.h"
+#include "package_rules.h"
+
+#include <algorithm>
+#include <system_error>
 
 namespace Simulator {
-namespace {
 
 using Common::ErrorCode;
 
-constexpr const char* group = "Package";
+namespace {
 
-/// False if the key is missing or no text.
-bool ReadText(GKeyFile* file, const char* key, std::string& text)
+constexpr std::size_t largestPackageFile = 1U << 20U;
+
+std::string Value(const KeyFile::Group& group, std::string_view key, const std::string& usual)
 {
-    const Owned<char> value(g_key_file_get_string(file, group, key, nullptr));
-    if (!value) {
-        return false;
+    const KeyFile::Entry* entry = group.Find(key);
+    return entry != nullptr ? entry->value : usual;
+}
+
+std::uint64_t ReadPayloadSize(const KeyFile& file, const KeyFile::Group& group)
+{
+    const KeyFile::Entry* entry = group.Find("PayloadSize");
+    guint64 size = 0;
+    if (entry != nullptr && g_ascii_string_to_unsigned(entry->value.c_str(), 10, 0, G_MAXUINT64,
+                                                       &size, nullptr) == FALSE)
+        throw InputError(file.Path(), entry->line, "not a size: " + entry->value);
+    return size;
+}
+
+PackageFile Read(const std::string& path)
+{
+    const KeyFile file = KeyFile::Read(path, largestPackageFile);
+    if (file.Groups().size() != 1 || file.Groups().front().name != "Package")
+        throw InputError(path, 0, "a package file has the one group [Package]");
+    const KeyFile::Group& group = file.Groups().front();
+    file.AllowOnly(group,
+                   {"Id", "Version", "Architecture", "Developer", "Subgroup", "PayloadSize"});
+    PackageFile package;
+    package.id = file.Require(group, "Id");
+    package.version = file.Require(group, "Version");
+    package.architecture = Value(group, "Architecture", package.architecture);
+    package.developer = Value(group, "Developer", {});
+    package.subgroup = Value(group, "Subgroup", {});
+    package.payloadSize = ReadPayloadSize(file, group);
+    return package;
+}
+
+PackageFile ReadOrRefuse(const std::string& path)
+{
+    try {
+        return Read(path);
+    } catch (const std::system_error& error) {
+        const bool missing = error.code() == std::errc::no_such_file_or_directory ||
+                             error.code() == std::errc::not_a_directory;
+        throw BusError(missing ? ErrorCode::FileNotFound : ErrorCode::Filesystem);
+    } catch (const InputError& error) {
+        g_printerr("emporium-simulator: refused a package: %s\n", error.what());
+        throw BusError(ErrorCode::BadPackageFileFormat);
     }
-    text = value.get();
-    return true;
-}
-
-bool IsValidID(const std::string& id)
-{
-    return id.size() <= 255 &&
-           g_regex_match_simple("^[A-Za-z][A-Za-z0-9_-]*(\\.[A-Za-z0-9_-]+)+$", id.c_str(),
-                                G_REGEX_DOLLAR_ENDONLY, G_REGEX_MATCH_DEFAULT);
-}
-
-bool IsValidVersion(const std::string& version)
-{
-    return g_regex_match_simple("^[0-9]{1,9}(\\.[0-9]{1,9})*$", version.c_str(),
-                                G_REGEX_DOLLAR_ENDONLY, G_REGEX_MATCH_DEFAULT);
-}
-
-std::vector<int> Numbers(const std::string& version)
-{
-    std::vector<int> numbers;
-    const char* position = version.data();
-    const char* const end = position + version.size();
-    while (position < end) {
-        int number = 0;
-        const auto [next, failure] = std::from_chars(position, end, number);
-        if (failure != std::errc()) {
-            break;
-        }
-        numbers.push_back(number);
-        position = next + 1;
-    }
-    return numbers;
 }
 
 } // namespace
 
-std::string WritePackageFile(const std::string& path, const PackageFile& package)
+void WritePackageFile(const std::string& path, const PackageFile& package)
 {
-    const Owned<GKeyFile> file(g_key_file_new());
-    g_key_file_set_string(file.get(), group, "ID", package.id.c_str());
-    g_key_file_set_string(file.get(), group, "Version", package.version.c_str());
-    g_key_file_set_string(file.get(), group, "Architecture", package.architecture.c_str());
-    g_key_file_set_string(file.get(), group, "DeveloperCertificateID",
-                          package.certificateID.c_str());
-    g_key_file_set_string(file.get(), group, "DeveloperCertificateSubgroup",
-                          package.subgroup.c_str());
-    g_key_file_set_integer(file.get(), group, "PayloadSize", package.payloadSize);
-    std::string failure;
-    g_key_file_save_to_file(file.get(), path.c_str(), Failure(failure));
-    return failure;
+    const std::string text =
+        "[Package]\n" + FormatEntry("Id", package.id) + FormatEntry("Version", package.version) +
+        FormatEntry("Architecture", package.architecture) +
+        FormatEntry("Developer", package.developer) + FormatEntry("Subgroup", package.subgroup) +
+        FormatEntry("PayloadSize", std::to_string(package.payloadSize));
+    ErrorSlot error;
+    if (g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &error) ==
+        FALSE)
+        throw std::runtime_error(error.Message());
 }
 
-std::variant<PackageFile, ErrorCode> ReadPackageFile(const std::string& path)
+PackageFile CheckPackageFile(const std::string& path, const Catalogue& catalogue)
 {
-    if (!g_file_test(path.c_str(), G_FILE_TEST_IS_REGULAR)) {
-        return ErrorCode::FileNotFound;
-    }
-    const Owned<GKeyFile> file(g_key_file_new());
-    PackageFile package;
-    if (!g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr) ||
-        !ReadText(file.get(), "ID", package.id) ||
-        !ReadText(file.get(), "Version", package.version) ||
-        !ReadText(file.get(), "Architecture", package.architecture) ||
-        !ReadText(file.get(), "DeveloperCertificateID", package.certificateID) ||
-        !ReadText(file.get(), "DeveloperCertificateSubgroup", package.subgroup)) {
-        return ErrorCode::BadPackageFileFormat;
-    }
-    if (!IsValidID(package.id)) {
-        return ErrorCode::BadPackageID;
-    }
-    if (!IsValidVersion(package.version)) {
-        return ErrorCode::BadPackageVersion;
-    }
+    PackageFile package = ReadOrRefuse(path);
+    if (!IsPackageId(package.id))
+        throw BusError(ErrorCode::BadPackageID);
+    if (!IsPackageVersion(package.version))
+        throw BusError(ErrorCode::BadPackageVersion);
+    if (package.architecture != "noarch" && package.architecture != catalogue.architecture)
+        throw BusError(ErrorCode::BadPackageArchitecture);
+    CheckAgainstInstalled(package, catalogue);
     return package;
 }
 
-ErrorCode CheckPackage(const PackageFile& package, State& state)
+void CheckAgainstInstalled(const PackageFile& package, const Catalogue& catalogue)
 {
-    if (package.architecture != "noarch" && package.architecture != state.architecture) {
-        return ErrorCode::BadPackageArchitecture;
-    }
-    const PackageRecord* const installed = state.FindPackage(package.id);
-    if (installed == nullptr) {
-        return ErrorCode::None;
-    }
-    if (installed->certificateID != package.certificateID) {
-        return ErrorCode::DeveloperMismatch;
-    }
-    const std::vector<int> present = Numbers(installed->version);
-    const std::vector<int> offered = Numbers(package.version);
-    if (offered == present) {
-        return ErrorCode::SamePackageIsInstalled;
-    }
-    return offered < present ? ErrorCode::DowngradeAttempt : ErrorCode::None;
+    const auto installed =
+        std::find_if(catalogue.packages.begin(), catalogue.packages.end(),
+                     [&package](const Package& other) { return other.id == package.id; });
+    if (installed == catalogue.packages.end())
+        return;
+    if (installed->developer != package.developer)
+        throw BusError(ErrorCode::DeveloperMismatch);
+    const int order = CompareVersions(package.version, installed->version);
+    if (order < 0)
+        throw BusError(ErrorCode::DowngradeAttempt);
+    if (order == 0)
+        throw BusError(ErrorCode::SamePackageIsInstalled);
+}
+
+Package ToPackage(const PackageFile& file)
+{
+    GVariantDict data;
+    g_variant_dict_init(&data, nullptr);
+    g_variant_dict_insert(&data, "Size", "t", guint64{file.payloadSize});
+    return {file.id, file.version, file.subgroup, file.developer,
+            Variant(g_variant_dict_end(&data))};
 }
 
 } // namespace Simulator

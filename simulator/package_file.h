@@ -1,41 +1,35 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "simulator/state.h"
+#include "catalogue.h"
 
-#include <common/error.h>
-
+#include <cstdint>
 #include <string>
-#include <variant>
 
 namespace Simulator {
 
-/// A package file of the simulator: a GLib key file, so that people can write one by hand.
-///
-///     [Package]
-///     ID=org.example.app
-///     Version=1.0
-///     Architecture=aarch64
-///     DeveloperCertificateID=example-developer
-///     DeveloperCertificateSubgroup=regular
-///     PayloadSize=4096
+/// What a package file says about its package.
 struct PackageFile
 {
     std::string id;
     std::string version;
-    std::string architecture;
-    std::string certificateID;
+    std::string architecture = "noarch"; ///< noarch fits every system
+    std::string developer;
     std::string subgroup;
-    int payloadSize = 0;
+    std::uint64_t payloadSize = 0;
 };
 
-/// Empty if the file was written, else why not.
-std::string WritePackageFile(const std::string& path, const PackageFile& package);
+/// @throws std::system_error when the file cannot be written
+void WritePackageFile(const std::string& path, const PackageFile& package);
 
-/// What is in the file, or the error with which a daemon would refuse it whatever is installed.
-std::variant<PackageFile, Common::ErrorCode> ReadPackageFile(const std::string& path);
+/// Reads the file and holds it against what is installed, as a careful daemon does.
+/// @throws BusError with the error of the first check that fails
+PackageFile CheckPackageFile(const std::string& path, const Catalogue& catalogue);
 
-/// The error with which a daemon in this state would refuse the package; None if it would take it.
-Common::ErrorCode CheckPackage(const PackageFile& package, State& state);
+/// The checks against what is installed.
+/// @throws BusError
+void CheckAgainstInstalled(const PackageFile& package, const Catalogue& catalogue);
+
+Package ToPackage(const PackageFile& file);
 
 } // namespace Simulator

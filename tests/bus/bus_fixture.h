@@ -94,7 +94,15 @@ public:
 
     void Emit(const char* signal, const char* body, unsigned count = 1)
     {
-        Tell("Emit", "(ssu)", signal, body, count);
+        Tell("EmitSignal", "(ssu)", signal, body, count);
+    }
+
+    /// Has GetAllProperties answer with this value, in GVariant text, instead of the real one.
+    void SetProperty(const char* name, const char* text)
+    {
+        GVariant* const value = g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
+        Tell("SetProperty", "(sv)", name, value);
+        g_variant_unref(value);
     }
 
     /// How often the method was called, and with what the last time.
@@ -181,9 +189,8 @@ protected:
     std::string PackageFile(const std::string& id, const std::string& version = "1.0")
     {
         const std::string path = (directory.Path() / (id + ".pkg")).string();
-        std::ofstream(path) << "[Package]\nID=" << id << "\nVersion=" << version
-                            << "\nArchitecture=noarch\nDeveloperCertificateID=developer\n"
-                               "DeveloperCertificateSubgroup=regular\n";
+        std::ofstream(path) << "[Package]\nId=" << id << "\nVersion=" << version
+                            << "\nDeveloper=developer\nSubgroup=regular\n";
         return path;
     }
 

@@ -57,15 +57,15 @@ TEST_F(WithDaemon, TheSnapshotIsLoaded)
     const auto connection = GetDaemonConnection();
     ASSERT_TRUE(static_cast<bool>(connection));
     EXPECT_EQ(connection.GetArchitecture(), "aarch64");
-    EXPECT_EQ(connection.GetVeyraVersion(), "5.1.0");
+    EXPECT_EQ(connection.GetVeyraVersion(), "5.1.2");
     EXPECT_EQ(Ids(connection.GetPackageList()),
-              (Strings{"org.velmora.settings", "org.velmora.browser", "org.example.calculator",
-                       "org.example.weather", "com.acme.notes", "net.sample.chess"}));
-    const auto package = connection.GetPackage("org.example.weather");
+              (Strings{"org.example.calculator", "org.example.calendar", "org.example.camera",
+                       "org.example.gallery", "com.sample.weather", "com.sample.notes"}));
+    const auto package = connection.GetPackage("org.example.gallery");
     ASSERT_TRUE(static_cast<bool>(package));
-    EXPECT_EQ(package->GetVersion(), "0.9.1");
-    EXPECT_EQ(package->GetDeveloperCertificateSubgroup(), "regular");
-    EXPECT_EQ(package->GetDeveloperCertificateID(), "example-developer");
+    EXPECT_EQ(package->GetVersion(), "3.1.7");
+    EXPECT_EQ(package->GetDeveloperCertificateSubgroup(), "system");
+    EXPECT_EQ(package->GetDeveloperCertificateID(), "1a2b3c-platform");
 }
 
 TEST_F(WithDaemon, AnInstallIsFollowedToItsEnd)
@@ -79,7 +79,7 @@ TEST_F(WithDaemon, AnInstallIsFollowedToItsEnd)
     EXPECT_TRUE(static_cast<bool>(connection.GetActiveOperation(uuid.Get())));
     const std::string name = uuid.Get();
     RunUntil([&] { return !events.empty() && events.back() == name + " 100"; });
-    EXPECT_EQ(events, (Strings{name + " 25", name + " 50", name + " 75",
+    EXPECT_EQ(events, (Strings{name + " 10", name + " 40", name + " 70",
                                "installed org.example.new", name + " 100"}));
     EXPECT_TRUE(static_cast<bool>(connection.GetPackage("org.example.new")));
     EXPECT_TRUE(connection.GetActiveOperations().empty());
@@ -90,18 +90,18 @@ TEST_F(WithDaemon, ARemovalIsFollowedToItsEnd)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    const auto uuid = connection.CreateOperation(RemoveRequest("net.sample.chess"));
+    const auto uuid = connection.CreateOperation(RemoveRequest("com.sample.notes"));
     ASSERT_TRUE(static_cast<bool>(uuid)) << uuid.GetError();
-    EXPECT_EQ(simulator.Calls("Remove"), std::make_pair(1U, std::string("net.sample.chess")));
+    EXPECT_EQ(simulator.Calls("Remove"), std::make_pair(1U, std::string("com.sample.notes")));
     RunUntil([&] { return !events.empty() && events.back() == uuid.Get() + " 100"; });
-    EXPECT_EQ(events[3], "removed net.sample.chess");
-    EXPECT_TRUE(connection.GetPackage("net.sample.chess").HasError());
+    EXPECT_EQ(events[3], "removed com.sample.notes");
+    EXPECT_TRUE(connection.GetPackage("com.sample.notes").HasError());
 }
 
 TEST_F(WithDaemon, AFailedOperationCarriesItsErrorCode)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("FailOperation", "(i)", 28);
+    simulator.Tell("FailOperation", "(si)", "", 28);
     std::optional<Operation> last;
     const auto subscription = connection.SubscribeToEvent(
         EventType::OperationStatusChanged,
@@ -117,10 +117,10 @@ TEST_F(WithDaemon, AFailedOperationCarriesItsErrorCode)
 TEST_F(WithDaemon, StartAndRestartReachTheDaemon)
 {
     const auto connection = GetDaemonConnection();
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
-    EXPECT_TRUE(static_cast<bool>(connection.Restart("com.acme.notes")));
-    EXPECT_EQ(simulator.Calls("Start"), std::make_pair(1U, std::string("net.sample.chess")));
-    EXPECT_EQ(simulator.Calls("Restart"), std::make_pair(1U, std::string("com.acme.notes")));
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
+    EXPECT_TRUE(static_cast<bool>(connection.Restart("com.sample.weather")));
+    EXPECT_EQ(simulator.Calls("Start"), std::make_pair(1U, std::string("com.sample.notes")));
+    EXPECT_EQ(simulator.Calls("Restart"), std::make_pair(1U, std::string("com.sample.weather")));
 }
 
 // --- failing calls
@@ -149,8 +149,8 @@ TEST_F(WithDaemon, AFailedInstallOrRemoveIsToldInFullAndAFailedStartOrRestartByI
 TEST_F(WithDaemon, AnEmptyReplyToInstallOrRemoveIsAnOperationOfDefaults)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("AnswerCall", "(ss)", "Install", "()");
-    simulator.Tell("AnswerCall", "(ss)", "Remove", "()");
+    simulator.Tell("SetReply", "(ss)", "Install", "()");
+    simulator.Tell("SetReply", "(ss)", "Remove", "()");
     EXPECT_EQ(connection.CreateOperation(InstallRequest("/path")).Get(), "");
     EXPECT_EQ(connection.CreateOperation(RemoveRequest("id")).Get(), "");
     ASSERT_EQ(connection.GetActiveOperations().size(), 2U);
@@ -166,7 +166,7 @@ TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
     const auto connection = GetDaemonConnection();
     for (const char* body :
          {"('text',)", "(('a', 'b', 1, 2),)", "(('a', 'b', 1, 2, 3), 'more')", "([('a', 'b')],)"}) {
-        simulator.Tell("AnswerCall", "(ss)", "Install", body);
+        simulator.Tell("SetReply", "(ss)", "Install", body);
         const auto result = connection.CreateOperation(InstallRequest("/path"));
         ASSERT_TRUE(result.HasError()) << body;
         EXPECT_EQ(
@@ -174,18 +174,18 @@ TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
             0U)
             << result.GetError();
     }
-    simulator.Tell("AnswerCall", "(ss)", "Start", "('text',)");
+    simulator.Tell("SetReply", "(ss)", "Start", "('text',)");
     EXPECT_EQ(connection.Start("id").GetError().rfind(
                   "Couldn't call org.velmora.Emporium.Start dbus method (", 0),
               0U);
     EXPECT_TRUE(connection.GetActiveOperations().empty());
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess"))) << "and nothing stops";
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes"))) << "and nothing stops";
 }
 
 TEST_F(WithDaemon, ADaemonThatDiesInACallIsAnErrorOfTheCall)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("ExitInCall", "(s)", "Install");
+    simulator.Tell("ExitDuring", "(s)", "Install");
     const auto result = connection.CreateOperation(InstallRequest("/path"));
     ASSERT_TRUE(result.HasError());
     EXPECT_EQ(
@@ -195,8 +195,8 @@ TEST_F(WithDaemon, ADaemonThatDiesInACallIsAnErrorOfTheCall)
 TEST_F(WithDaemon, ASlowReplyIsWaitedFor)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("DelayCall", "(su)", "Start", 50U);
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    simulator.Tell("DelayReply", "(su)", "Start", 50U);
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
 }
 
 // --- the initial load
@@ -238,7 +238,7 @@ TEST_F(WithDaemon, APropertyOfAnotherTypeYieldsNoSnapshot)
 {
     for (const char* name : {"Architecture", "Packages", "CompletedOperations"}) {
         simulator.Tell("Reset", "()");
-        simulator.Tell("OverrideProperty", "(ss)", name, "5");
+        simulator.SetProperty(name, "5");
         const std::string log = LoadFailure();
         EXPECT_EQ(
             log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0),
@@ -249,7 +249,7 @@ TEST_F(WithDaemon, APropertyOfAnotherTypeYieldsNoSnapshot)
 
 TEST_F(WithDaemon, AReplyThatIsNoDictionaryYieldsNoSnapshot)
 {
-    simulator.Tell("AnswerCall", "(ss)", "GetAllProperties", "('text',)");
+    simulator.Tell("SetReply", "(ss)", "GetAllProperties", "('text',)");
     const std::string log = LoadFailure();
     EXPECT_EQ(
         log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0), 0U)
@@ -258,7 +258,7 @@ TEST_F(WithDaemon, AReplyThatIsNoDictionaryYieldsNoSnapshot)
 
 TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsCarriedThroughUnchanged)
 {
-    simulator.Tell("OverrideProperty", "(ss)", "Operations", "[('u', 'p', 77, -5, 12)]");
+    simulator.SetProperty("Operations", "[('u', 'p', 77, -5, 12)]");
     const DaemonConnection connection;
     const auto operation = connection.GetActiveOperation("u");
     ASSERT_TRUE(static_cast<bool>(operation));
@@ -301,9 +301,9 @@ TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndStopNothing)
     for (const char* body : {"('text',)", "(('u', 'p', 1, 2),)", "('u', 'p', 1, 2, 3)"}) {
         simulator.Emit("OperationStatusChanged", body);
     }
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess"}));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
     EXPECT_EQ(connection.GetPackageList().size(), packages - 1);
     EXPECT_TRUE(connection.GetActiveOperations().empty());
 }
@@ -321,11 +321,11 @@ TEST_F(WithDaemon, SignalsAreDeliveredInTheOrderOfArrivalInOneIteration)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
-    simulator.Emit("PackageUpgraded", "(('com.acme.notes', '4', '', '', @a{sv} {}),)");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.Emit("PackageUpgraded", "(('com.sample.weather', '4', '', '', @a{sv} {}),)");
     simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
     RunUntil([&] { return events.size() == 3; });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "upgraded com.acme.notes", "u 5"}));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes", "upgraded com.sample.weather", "u 5"}));
 }
 
 // --- no stranded event
@@ -337,9 +337,9 @@ class Stranded : public WithDaemon
 protected:
     void SignalsBeforeReplyTo(const char* method)
     {
-        simulator.Tell("SignalBeforeReply", "(sss)", method, "OperationStatusChanged",
+        simulator.Tell("QueueSignal", "(sss)", method, "OperationStatusChanged",
                        "(('u', 'p', 0, 1, 0),)");
-        simulator.Tell("SignalBeforeReply", "(sss)", method, "OperationStatusChanged",
+        simulator.Tell("QueueSignal", "(sss)", method, "OperationStatusChanged",
                        "(('u', 'p', 0, 2, 0),)");
     }
 
@@ -365,7 +365,7 @@ TEST_F(Stranded, SignalsBeforeTheReplyToStartAreDelivered)
     Follow(connection);
     Settle();
     SignalsBeforeReplyTo("Start");
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     ExpectBothDelivered();
 }
 
@@ -375,7 +375,7 @@ TEST_F(Stranded, SignalsBeforeTheReplyToRestartAreDelivered)
     Follow(connection);
     Settle();
     SignalsBeforeReplyTo("Restart");
-    EXPECT_TRUE(static_cast<bool>(connection.Restart("net.sample.chess")));
+    EXPECT_TRUE(static_cast<bool>(connection.Restart("com.sample.notes")));
     ExpectBothDelivered();
 }
 
@@ -385,7 +385,7 @@ TEST_F(Stranded, SignalsBeforeTheReplyToInstallAreDelivered)
     Follow(connection);
     Settle();
     SignalsBeforeReplyTo("Install");
-    simulator.Tell("AnswerCall", "(ss)", "Install", "(('u', 'p', 0, 0, 0),)");
+    simulator.Tell("SetReply", "(ss)", "Install", "(('u', 'p', 0, 0, 0),)");
     EXPECT_TRUE(static_cast<bool>(connection.CreateOperation(InstallRequest("/path"))));
     EXPECT_EQ(static_cast<int>(connection.GetActiveOperation("u")->GetStatus()), 0);
     ExpectBothDelivered();
@@ -399,7 +399,7 @@ TEST_F(Stranded, SignalsBeforeAnErrorReplyAreDelivered)
     Settle();
     SignalsBeforeReplyTo("Start");
     simulator.Tell("FailCall", "(suss)", "Start", 1U, "org.velmora.KVD.Error.Internal", "no");
-    EXPECT_TRUE(connection.Start("net.sample.chess").HasError());
+    EXPECT_TRUE(connection.Start("com.sample.notes").HasError());
     ExpectBothDelivered();
 }
 
@@ -430,12 +430,12 @@ TEST_F(Stranded, ACallFromACallbackStrandsNothingEither)
     const auto calling = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([&](const Package&) {
             const std::size_t before = events.size();
-            EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+            EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
             EXPECT_EQ(events.size(), before) << "nothing is delivered from inside a call";
         }));
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
     RunUntil([&] { return events.size() >= 3; });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "u 1", "u 2"}));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes", "u 1", "u 2"}));
 }
 
 // --- the main loop
@@ -474,7 +474,7 @@ TEST_F(Stranded, AnIdleLoopNeverWakes)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     SignalsBeforeReplyTo("Start");
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     RunUntil([&] { return events.size() >= 2; });
     RunWhatIsReady();
     EXPECT_LE(PollsWhileIdle(), 5) << "the time-out that ends the measurement is one of them";
@@ -506,10 +506,10 @@ TEST_F(NestedLoop, WhatArrivesInItIsDeliveredWhenTheOuterDispatchGoesOn)
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
     const std::string log = OutputOf([&] {
-        simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
         RunUntil([&] { return events.size() >= 4; });
     });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 5"}));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
     simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
     RunUntil([&] { return events.back() == "u 6"; });
@@ -522,15 +522,15 @@ TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherEntersNorSpins)
     Settle();
     SignalsBeforeReplyTo("Start");
     const auto nested = NestIn(connection, [&] {
-        EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+        EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
     const std::string log = OutputOf([&] {
-        simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
         RunUntil([&] { return events.size() >= 5; });
     });
     EXPECT_EQ(events,
-              (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 1", "u 2"}));
+              (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 1", "u 2"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
     RunWhatIsReady();
     EXPECT_LE(PollsWhileIdle(), 5);
@@ -547,11 +547,10 @@ TEST_F(NestedLoop, FromTheQueuesSourceNeitherEntersNorSpins)
         simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
-    simulator.Tell("SignalBeforeReply", "(sss)", "Start", "PackageRemoved",
-                   "('net.sample.chess',)");
-    EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+    simulator.Tell("QueueSignal", "(sss)", "Start", "PackageRemoved", "('com.sample.notes',)");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
     const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess", "nested begins", "nested ends", "u 5"}));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
     simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
     RunUntil([&] { return events.back() == "u 6"; });
@@ -562,14 +561,14 @@ TEST_F(WithDaemon, ACallbackThatThrowsLosesNoLaterEvent)
     const auto connection = GetDaemonConnection();
     const auto throwing = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([](const Package& package) {
-            if (package.GetID() == "net.sample.chess") {
+            if (package.GetID() == "com.sample.notes") {
                 throw std::runtime_error("callback");
             }
             throw 5;
         }));
     Follow(connection);
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
-    simulator.Emit("PackageRemoved", "('com.acme.notes',)");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.Emit("PackageRemoved", "('com.sample.weather',)");
     simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"u 5"})) << "the failed deliveries ended before this subscriber";
@@ -584,13 +583,13 @@ TEST_F(WithDaemon, ADaemonThatIsRestartedIsFollowed)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     simulator.Stop();
-    EXPECT_TRUE(connection.Start("net.sample.chess").HasError());
+    EXPECT_TRUE(connection.Start("com.sample.notes").HasError());
     EXPECT_EQ(connection.GetPackageList().size(), 6U) << "the snapshot stays";
     Simulator again(bus.Address());
-    again.Emit("PackageRemoved", "('net.sample.chess',)");
+    again.Emit("PackageRemoved", "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
-    EXPECT_EQ(events, (Strings{"removed net.sample.chess"}));
-    EXPECT_TRUE(static_cast<bool>(connection.Start("com.acme.notes")));
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
 }
 
 TEST_F(WithDaemon, ADaemonThatVanishesAndReturnsIsFollowed)
@@ -598,11 +597,11 @@ TEST_F(WithDaemon, ADaemonThatVanishesAndReturnsIsFollowed)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     simulator.Tell("Vanish", "(u)", 0U);
-    const auto result = connection.Start("net.sample.chess");
+    const auto result = connection.Start("com.sample.notes");
     ASSERT_TRUE(result.HasError());
     simulator.Tell("Return", "()");
-    EXPECT_TRUE(static_cast<bool>(connection.Start("net.sample.chess")));
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
 }
 
@@ -739,7 +738,7 @@ TEST_F(WithDaemon, ANameThatIsTakenIsAWarning)
 
 TEST_F(WithDaemon, ACompletedOperationIsSeenInTheNextRunsFromTheDaemonAndThenFromTheCache)
 {
-    simulator.Tell("OverrideProperty", "(ss)", "CompletedOperations", "[('u', 'p', 0, 100, 0)]");
+    simulator.SetProperty("CompletedOperations", "[('u', 'p', 0, 100, 0)]");
     {
         const DaemonConnection first;
         EXPECT_EQ(first.GetCompletedOperations().size(), 1U);

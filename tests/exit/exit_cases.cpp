@@ -49,7 +49,7 @@ struct Globals
         } else if (Case() == "shared connection as a global") {
             connection = GetDaemonConnection();
             subscription = Subscribe(*connection, [](const Package&) {});
-            result = connection->GetPackage("net.sample.chess");
+            result = connection->GetPackage("com.sample.notes");
         }
     }
 
@@ -87,7 +87,7 @@ void Main(const std::string& name)
     if (name == "old handles assigned in main") {
         oldConnection = GetDaemonConnection();
         oldest = Subscribe(*oldConnection, [](const Package&) {});
-        oldResult = oldConnection->GetPackage("net.sample.chess");
+        oldResult = oldConnection->GetPackage("com.sample.notes");
     } else if (name == "subscription of an own connection in an old global") {
         oldConnection.emplace();
         oldest = Subscribe(*oldConnection, [](const Package&) {});

@@ -13,11 +13,7 @@ using namespace TestSupport;
 class Exit : public BusTest
 {
 protected:
-    Exit()
-    {
-        simulator.Tell("OverrideProperty", "(ss)", "CompletedOperations",
-                       "[('completed', 'p', 0, 100, 0)]");
-    }
+    Exit() { simulator.SetProperty("CompletedOperations", "[('completed', 'p', 0, 100, 0)]"); }
 
     /// Starts the application. Its standard error goes into a file, since all of it is a fault.
     void Begin(const std::string& name)
@@ -127,7 +123,7 @@ TEST_F(Exit, FromInsideACallback)
     Begin("exit in a callback");
     while (application && simulator.Calls("GetAllProperties").first == 0) {
     }
-    simulator.Emit("PackageRemoved", "('net.sample.chess',)");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
     ExpectOneConnectionAndItsCache();
 }
 

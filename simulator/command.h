@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "glib_ptr.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Simulator {
+
+/// The program that --private-bus runs.
+class Command
+{
+public:
+    /// @param ended receives its exit status, 128 + N where the signal N ended it
+    /// @throws std::runtime_error when it cannot be started
+    Command(const std::vector<std::string>& arguments, const std::string& busAddress,
+            std::function<void(int status)> ended);
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    void Signal(int number) { g_subprocess_send_signal(process_.get(), number); }
+
+private:
+    static void Ended(GObject* source, GAsyncResult* result, gpointer data);
+
+    ObjectPtr<GSubprocess> process_;
+    std::function<void(int status)> ended_;
+};
+
+} // namespace Simulator

@@ -1,0 +1,21 @@
+# SPDX-License-Identifier: BSD-3-Clause
+set -l c complete -c emporium-simulator
+$c -f
+$c -s h -l help -d 'Show the help'
+$c -l catalogue -r -F -d 'What the daemon reports at first'
+$c -l state -x -a '(__fish_complete_directories)' -d 'Keep what happens across restarts'
+$c -l packages -x -d 'Make up a catalogue of N packages'
+$c -l dictionary-entries -x -d 'Dictionary entries in each package'
+$c -l steps -x -d 'Status steps of an operation'
+$c -l step-ms -x -d 'Milliseconds between the steps'
+$c -l scenario -r -F -d 'Carry out the verbs in the file'
+$c -l replay -r -F -d 'Play back a recording'
+$c -l speed -x -d 'Play back X times as fast'
+$c -l private-bus -d 'Serve on a new bus and run a command on it'
+$c -l make-package -r -F -d 'Write a package file and exit'
+$c -l id -x -d 'ID of the package to write'
+$c -l version -x -d 'Its version'
+$c -l architecture -x -d 'Its architecture'
+$c -l developer -x -d 'ID of its developer certificate'
+$c -l subgroup -x -d 'Subgroup of its developer certificate'
+$c -l payload -x -d 'Its payload size in bytes'

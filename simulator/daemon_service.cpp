@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "daemon_service.h"
+
+#include "introspection.h"
+
+#include <memory>
+#include <utility>
+
+namespace Simulator {
+
+namespace {
+
+std::string FirstString(GVariant* arguments)
+{
+    if (g_variant_n_children(arguments) == 0)
+        return {};
+    const char* text = nullptr;
+    g_variant_get(arguments, "(&s)", &text);
+    return text;
+}
+
+Variant OperationList(const std::vector<Operation>& operations)
+{
+    GVariantBuilder list;
+    g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssiii)"));
+    for (const Operation& operation : operations)
+        g_variant_builder_add_value(&list, ToVariant(operation).Get());
+    return Variant(g_variant_builder_end(&list));
+}
+
+Variant TextValue(const std::string& text)
+{
+    return Variant(g_variant_new_string(text.c_str()));
+}
+
+// A reply is sent as a message and not with the usual functions of GIO, because those refuse a
+// body of another signature than the introspection data tells.
+void Send(GDBusConnection* connection, GDBusMessage* message)
+{
+    ErrorSlot error;
+    if (g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       &error) == FALSE)
+        g_printerr("emporium-simulator: cannot send a reply: %s\n", error.Message().c_str());
+}
+
+} // namespace
+
+DaemonService::DaemonService(Bus& bus, Store& store, OperationQueue& operations, Faults& faults,
+                             std::function<void()> exit)
+    : bus_(bus), store_(store), operations_(operations), faults_(faults), exit_(std::move(exit)),
+      object_(bus, daemonPath, daemonIntrospection,
+              [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                  Call(method, arguments, invocation);
+              })
+{
+}
+
+bool DaemonService::HasMethod(const std::string& name) const
+{
+    auto* interface = const_cast<GDBusInterfaceInfo*>(&object_.Interface());
+    return g_dbus_interface_info_lookup_method(interface, name.c_str()) != nullptr;
+}
+
+void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
+{
+    const ObjectPtr<GDBusMethodInvocation> owned(invocation);
+    MethodScript& script = faults_.methods[method];
+    ++script.calls;
+    script.lastArgument = FirstString(arguments);
+    if (script.exits) {
+        exit_();
+        return;
+    }
+    const std::vector<QueuedSignal> signals = std::exchange(script.signals, {});
+    GDBusMessage* call = g_dbus_method_invocation_get_message(invocation);
+    std::shared_ptr<GDBusMessage> reply = Answer(method, script, call);
+    auto send = [this, signals, reply] {
+        EmitQueued(signals);
+        Send(bus_.Get(), reply.get());
+    };
+    if (script.delay == 0)
+        send();
+    else
+        RunLater(script.delay, send);
+}
+
+ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodScript& script,
+                                              GDBusMessage* call)
+{
+    try {
+        if (auto failure = script.failures.extract(script.calls))
+            throw BusError(failure.mapped());
+        Variant body;
+        if (script.replies.empty()) {
+            body = Perform(method, script.lastArgument);
+        } else {
+            body = script.replies.front();
+            script.replies.pop_front();
+        }
+        ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
+        g_dbus_message_set_body(reply.get(), body.Get());
+        return reply;
+    } catch (const BusError& error) {
+        return ObjectPtr<GDBusMessage>(
+            g_dbus_message_new_method_error_literal(call, error.Name().c_str(), error.what()));
+    }
+}
+
+Variant DaemonService::Perform(const std::string& method, const std::string& argument)
+{
+    if (method == "GetAllProperties")
+        return Body(Properties());
+    if (method == "Install")
+        return Body(ToVariant(operations_.Install(argument)));
+    if (method == "Remove")
+        return Body(ToVariant(operations_.Remove(argument)));
+    RequirePackage(argument);
+    return Variant(g_variant_new_tuple(nullptr, 0));
+}
+
+Variant DaemonService::Properties()
+{
+    if (snapshotTaken_)
+        snapshotTaken_();
+    std::map<std::string, Variant> values = {
+        {"Architecture", TextValue(store_.Lists().architecture)},
+        {"VeyraVersion", TextValue(store_.Lists().version)},
+        {"Packages", store_.PackagesValue()},
+        {"Operations", OperationList(store_.Lists().active)},
+        {"CompletedOperations", OperationList(store_.Lists().completed)}};
+    for (const auto& [key, value] : faults_.properties)
+        values[key] = value;
+
+    GVariantBuilder dictionary;
+    g_variant_builder_init(&dictionary, G_VARIANT_TYPE_VARDICT);
+    for (const auto& [key, value] : values)
+        if (value)
+            g_variant_builder_add(&dictionary, "{sv}", key.c_str(), value.Get());
+    return Variant(g_variant_builder_end(&dictionary));
+}
+
+void DaemonService::RequirePackage(const std::string& id) const
+{
+    if (store_.FindPackage(id) == nullptr)
+        throw BusError(Common::ErrorCode::PackageNotExist);
+}
+
+void DaemonService::EmitQueued(const std::vector<QueuedSignal>& signals)
+{
+    for (const QueuedSignal& signal : signals) {
+        try {
+            bus_.Emit({.name = signal.name}, signal.body);
+        } catch (const BusError& error) {
+            g_printerr("emporium-simulator: %s\n", error.what());
+        }
+    }
+}
+
+} // namespace Simulator

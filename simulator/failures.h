@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "common/errors/error_table.h"
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace Simulator {
+
+/// A file that the user gave has something wrong in it. Line 0 means the file as a whole.
+class InputError : public std::runtime_error
+{
+public:
+    InputError(const std::string& file, std::size_t line, const std::string& text)
+        : std::runtime_error(file + (line != 0 ? ":" + std::to_string(line) : "") + ": " + text)
+    {
+    }
+};
+
+/// The error reply of a method call.
+class BusError : public std::runtime_error
+{
+public:
+    BusError(std::string name, const std::string& message)
+        : std::runtime_error(message), name_(std::move(name))
+    {
+    }
+    explicit BusError(Common::ErrorCode code) : BusError(Common::FindError(static_cast<int>(code)))
+    {
+    }
+    explicit BusError(const Common::ErrorTableRow& row)
+        : BusError(std::string(row.dbusName), std::string(row.message))
+    {
+    }
+
+    static BusError InvalidArguments(const std::string& message)
+    {
+        return {"org.freedesktop.DBus.Error.InvalidArgs", message};
+    }
+
+    const std::string& Name() const { return name_; }
+
+private:
+    std::string name_;
+};
+
+} // namespace Simulator

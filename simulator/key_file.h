@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Simulator {
+
+/// A file in the key-file format of GLib. It is read here, and not by GLib's own reader, because
+/// that one cannot say in which line something stands.
+class KeyFile
+{
+public:
+    struct Entry
+    {
+        std::string key;
+        std::string value;
+        std::size_t line;
+    };
+
+    struct Group
+    {
+        std::string name;
+        std::size_t line;
+        std::vector<Entry> entries;
+
+        const Entry* Find(std::string_view key) const;
+    };
+
+    /// @throws InputError naming the line; std::system_error when the file cannot be read.
+    static KeyFile Read(const std::string& path, std::size_t limit);
+
+    const std::string& Path() const { return path_; }
+    const std::vector<Group>& Groups() const { return groups_; }
+
+    /// The value of a key that must be there.
+    const std::string& Require(const Group& group, std::string_view key) const;
+    /// Refuses keys that are neither in the list nor begin with the prefix, so that a misspelt one
+    /// is not silently without effect.
+    void AllowOnly(const Group& group, const std::vector<std::string_view>& keys,
+                   std::string_view prefix = {}) const;
+
+private:
+    void ParseLine(std::string_view text, std::size_t line);
+    void ParseGroup(std::string_view text, std::size_t line);
+    void ParseEntry(std::string_view text, std::size_t line);
+
+    std::string path_;
+    std::vector<Group> groups_;
+};
+
+/// One line "key=value", the value escaped.
+std::string FormatEntry(std::string_view key, std::string_view value);
+
+} // namespace Simulator

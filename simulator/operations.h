@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "glib_ptr.h"
+#include "package_file.h"
+#include "store.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace Simulator {
+
+struct Pace
+{
+    unsigned steps = 3;
+    unsigned stepMilliseconds = 200;
+};
+
+using EmitSignal = std::function<void(const std::string& name, const Variant& body)>;
+
+/// Runs the operations of the daemon one after another.
+class OperationQueue
+{
+public:
+    OperationQueue(Store& store, Pace pace, EmitSignal emit);
+
+    /// @throws BusError when the package file is refused
+    Operation Install(const std::string& path);
+    /// @throws BusError when there is no such package
+    Operation Remove(const std::string& id);
+
+    /// The next operation on the package (empty: on any) that comes to its end fails.
+    void FailNext(const std::string& package, std::int32_t error);
+    void Clear();
+
+private:
+    struct Job
+    {
+        Operation operation;
+        std::optional<PackageFile> file;
+        unsigned stepsDone = 0;
+    };
+
+    Operation Add(OperationType type, const std::string& package, std::optional<PackageFile> file);
+    void Schedule();
+    void Step();
+    void Finish(Job job);
+    void Apply(const Job& job);
+    void Announce(const Operation& operation);
+    std::int32_t TakeFailure(const std::string& package);
+
+    Store& store_;
+    Pace pace_;
+    EmitSignal emit_;
+    std::deque<Job> jobs_;
+    std::map<std::string, std::int32_t> failures_;
+    Timer timer_;
+};
+
+} // namespace Simulator

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "records.h"
+
+namespace Simulator {
+
+Variant ToVariant(const Package& package)
+{
+    const Variant data = package.data ? package.data : EmptyDictionary();
+    return Variant(g_variant_new("(ssss@a{sv})", package.id.c_str(), package.version.c_str(),
+                                 package.subgroup.c_str(), package.developer.c_str(), data.Get()));
+}
+
+Variant ToVariant(const Operation& operation)
+{
+    return Variant(g_variant_new(operationSignature, operation.uuid.c_str(),
+                                 operation.package.c_str(), operation.type, operation.status,
+                                 operation.error));
+}
+
+Package PackageFromVariant(GVariant* value)
+{
+    const char* id = nullptr;
+    const char* version = nullptr;
+    const char* subgroup = nullptr;
+    const char* developer = nullptr;
+    GVariant* data = nullptr;
+    g_variant_get(value, "(&s&s&s&s@a{sv})", &id, &version, &subgroup, &developer, &data);
+    return {id, version, subgroup, developer, Variant(data)};
+}
+
+Operation OperationFromVariant(GVariant* value)
+{
+    Operation operation;
+    const char* uuid = nullptr;
+    const char* package = nullptr;
+    g_variant_get(value, "(&s&siii)", &uuid, &package, &operation.type, &operation.status,
+                  &operation.error);
+    operation.uuid = uuid;
+    operation.package = package;
+    return operation;
+}
+
+Variant Body(const Variant& argument)
+{
+    GVariant* child = argument.Get();
+    return Variant(g_variant_new_tuple(&child, 1));
+}
+
+Variant EmptyDictionary()
+{
+    return Variant(g_variant_new_array(G_VARIANT_TYPE("{sv}"), nullptr, 0));
+}
+
+std::string NewUuid()
+{
+    return TextPtr(g_uuid_string_random()).get();
+}
+
+} // namespace Simulator

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "glib_ptr.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Simulator {
+
+/// One line of a scenario file: a verb of the control interface, or "Wait milliseconds".
+struct ScenarioStep
+{
+    std::size_t line;
+    std::string verb;
+    Variant arguments;
+};
+
+/// A scenario file: one verb a line, its arguments in GVariant text format with commas between
+/// them; "#" begins a comment line.
+class Scenario
+{
+public:
+    using Perform = std::function<void(const std::string& verb, GVariant* arguments)>;
+    using Failed = std::function<void(const std::string& message)>;
+
+    /// @throws InputError naming the line; std::system_error when the file cannot be read
+    explicit Scenario(const std::string& path);
+
+    /// Carries out the lines up to the end or the next Wait, and the others later.
+    /// @param failed receives what is wrong with a line that makes no sense; the rest is left out
+    void Run(Perform perform, Failed failed);
+
+private:
+    void ParseLine(const std::string& text, std::size_t line);
+    void Continue();
+
+    std::string path_;
+    std::vector<ScenarioStep> steps_;
+    std::size_t next_ = 0;
+    Perform perform_;
+    Failed failed_;
+    Timer timer_;
+};
+
+} // namespace Simulator

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "bus.h"
+#include "control.h"
+#include "daemon_service.h"
+#include "faults.h"
+#include "operations.h"
+#include "options.h"
+#include "store.h"
+
+#include <functional>
+
+namespace Simulator {
+
+/// The daemon with all its parts, on one bus.
+class Simulator
+{
+public:
+    /// @param gone called when the simulator has left the bus by itself
+    /// @throws std::runtime_error when the bus refuses
+    Simulator(const Options& options, Catalogue catalogue, const std::string& busAddress,
+              std::function<void(int status)> gone);
+
+    Store& Lists() { return store_; }
+    Control& Verbs() { return control_; }
+    DaemonService& Daemon() { return daemon_; }
+    void Emit(const std::string& name, const Variant& body);
+
+    void TakeNames();
+
+private:
+    Bus bus_;
+    Store store_;
+    Faults faults_;
+    OperationQueue operations_;
+    DaemonService daemon_;
+    Control control_;
+};
+
+} // namespace Simulator
