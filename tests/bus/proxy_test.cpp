@@ -752,11 +752,12 @@ TEST_F(WithDaemon, ACompletedOperationIsSeenInTheNextRunsFromTheDaemonAndThenFro
 // --- threads
 // ---------------------------------------------------------------------------------------
 
-TEST_F(WithDaemon, TheLibraryStartsNoThread)
+TEST_F(WithDaemon, TheLibraryStartsNoThreadAndChangesNothingOfTheProcess)
 {
-    Process child({EMPORIUM_LISTER, "threads"});
+    Process child({EMPORIUM_LISTER, "and tell"});
     EXPECT_EQ(child.ReadLine(), "6 packages");
     EXPECT_EQ(child.ReadLine(), "1 thread");
+    EXPECT_EQ(child.ReadLine(), "nothing changed");
 }
 
 } // namespace
