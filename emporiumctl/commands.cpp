@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "emporiumctl/commands.h"
 
+#include "emporiumctl/events.h"
+#include "emporiumctl/json.h"
 #include "emporiumctl/output.h"
 #include "emporiumctl/waiting.h"
 
@@ -81,7 +83,7 @@ ExitStatus StatusOf(const Emporium::Result<void>& result)
 
 } // namespace
 
-ExitStatus List(const DaemonConnection& connection, std::ostream& out, const ListOptions& options)
+ExitStatus List(const DaemonConnection& connection, const Output& out, const ListOptions& options)
 {
     std::vector<Row> rows = {{"ID", "VERSION", "DEVELOPER", "SUBGROUP"}};
     const auto wanted = [&](const Package& package) {
@@ -90,38 +92,52 @@ ExitStatus List(const DaemonConnection& connection, std::ostream& out, const Lis
                 package.GetDeveloperCertificateSubgroup() == *options.subgroup) &&
                (!options.filter || package.GetID().find(*options.filter) != std::string::npos);
     };
-    for (const Package& package : connection.GetPackageList(wanted)) {
+    const std::vector<Package> packages = connection.GetPackageList(wanted);
+    if (out.json) {
+        out.stream << Line(ToJson(packages)) << '\n';
+        return ExitStatus::Done;
+    }
+    for (const Package& package : packages) {
         rows.push_back({package.GetID(), package.GetVersion(), package.GetDeveloperCertificateID(),
                         package.GetDeveloperCertificateSubgroup()});
     }
-    PrintTable(out, rows);
+    PrintTable(out.stream, rows);
     return ExitStatus::Done;
 }
 
-ExitStatus Info(const DaemonConnection& connection, std::ostream& out, const std::string& id)
+ExitStatus Info(const DaemonConnection& connection, const Output& out, const std::string& id)
 {
     const auto package = connection.GetPackage(id);
     if (!package) {
         return Complain(package.GetError());
     }
-    out << "ID:        " << Printable(package->GetID()) << '\n'
-        << "Version:   " << Printable(package->GetVersion()) << '\n'
-        << "Developer: " << Printable(package->GetDeveloperCertificateID()) << '\n'
-        << "Subgroup:  " << Printable(package->GetDeveloperCertificateSubgroup()) << '\n';
+    if (out.json) {
+        out.stream << Line(ToJson(package.Get())) << '\n';
+        return ExitStatus::Done;
+    }
+    out.stream << "ID:        " << Printable(package->GetID()) << '\n'
+               << "Version:   " << Printable(package->GetVersion()) << '\n'
+               << "Developer: " << Printable(package->GetDeveloperCertificateID()) << '\n'
+               << "Subgroup:  " << Printable(package->GetDeveloperCertificateSubgroup()) << '\n';
     return ExitStatus::Done;
 }
 
-ExitStatus Operations(const DaemonConnection& connection, std::ostream& out, WhichOperations which)
+ExitStatus Operations(const DaemonConnection& connection, const Output& out, WhichOperations which)
 {
     std::vector<Row> rows = {{"UUID", "TYPE", "PACKAGE", "STATUS", "ERROR"}};
-    for (const Operation& operation : Select(connection, which)) {
+    const std::vector<Operation> operations = Select(connection, which);
+    if (out.json) {
+        out.stream << Line(ToJson(operations)) << '\n';
+        return ExitStatus::Done;
+    }
+    for (const Operation& operation : operations) {
         rows.push_back(RowOf(operation));
     }
-    PrintTable(out, rows);
+    PrintTable(out.stream, rows);
     return ExitStatus::Done;
 }
 
-ExitStatus Run(const DaemonConnection& connection, std::ostream& out, Common::OperationType type,
+ExitStatus Run(const DaemonConnection& connection, const Output& out, Common::OperationType type,
                const std::vector<std::string>& targets, const WaitOptions& options)
 {
     OperationFollower follower(connection, out);
@@ -136,8 +152,12 @@ ExitStatus Run(const DaemonConnection& connection, std::ostream& out, Common::Op
         }
     }
     if (!options.wait) {
+        if (out.json) {
+            out.stream << Line(Json(uuids)) << '\n';
+            return created;
+        }
         for (const std::string& uuid : uuids) {
-            out << Printable(uuid) << '\n';
+            out.stream << Printable(uuid) << '\n';
         }
         return created;
     }
@@ -155,29 +175,82 @@ ExitStatus Restart(const DaemonConnection& connection, const std::string& id)
     return StatusOf(connection.Restart(id));
 }
 
-ExitStatus Watch(const DaemonConnection& connection, std::ostream& out)
+ExitStatus Watch(const DaemonConnection& connection, const Output& out)
 {
-    const auto packageEvent = [&](Emporium::EventType type, const char* name) {
-        return connection.SubscribeToEvent(
-            type, std::function<void(const Package&)>([&out, name](const Package& package) {
-                out << name << ' ' << Printable(package.GetID()) << ' '
-                    << Printable(package.GetVersion()) << std::endl;
-            }));
-    };
-    const auto installed = packageEvent(Emporium::EventType::PackageInstalled, "installed");
-    const auto upgraded = packageEvent(Emporium::EventType::PackageUpgraded, "upgraded");
-    const auto removed = packageEvent(Emporium::EventType::PackageRemoved, "removed");
-    const auto status = connection.SubscribeToEvent(
-        Emporium::EventType::OperationStatusChanged,
-        std::function<void(const Operation&)>([&out](const Operation& operation) {
-            out << "operation";
-            for (const std::string& cell : RowOf(operation)) {
-                out << (cell.empty() ? "" : " ") << Printable(cell);
+    const EventListener listener(
+        connection,
+        [&](const char* name, const Package& package) {
+            if (out.json) {
+                out.stream << Line(EventToJson(name, package)) << std::endl;
+            } else {
+                out.stream << name << ' ' << Printable(package.GetID()) << ' '
+                           << Printable(package.GetVersion()) << std::endl;
             }
-            out << std::endl;
-        }));
+        },
+        [&](const char* name, const Operation& operation) {
+            if (out.json) {
+                out.stream << Line(EventToJson(name, operation)) << std::endl;
+                return;
+            }
+            out.stream << name;
+            for (const std::string& cell : RowOf(operation)) {
+                out.stream << (cell.empty() ? "" : " ") << Printable(cell);
+            }
+            out.stream << std::endl;
+        });
     const bool never = false;
     MainLoop().RunUntil(never, 0);
+    return ExitStatus::Done;
+}
+
+ExitStatus Status(const DaemonConnection& connection, const Output& out)
+{
+    const Json status = {{"architecture", connection.GetArchitecture()},
+                         {"version", connection.GetVeyraVersion()},
+                         {"packages", connection.GetPackageList().size()},
+                         {"active", connection.GetActiveOperations().size()},
+                         {"completed", EachOnce(connection.GetCompletedOperations()).size()}};
+    if (out.json) {
+        out.stream << Line(status) << '\n';
+        return ExitStatus::Done;
+    }
+    out.stream << "The daemon answers.\n";
+    for (const auto& [name, value] : status.items()) {
+        const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+        out.stream << name << ": " << Printable(text) << '\n';
+    }
+    return ExitStatus::Done;
+}
+
+ExitStatus Errors(const Output& out, const std::string& wanted)
+{
+    std::vector<Row> rows = {{"CODE", "NAME", "MESSAGE", "BUS NAME"}};
+    Json list = Json::array();
+    constexpr int lastCode = static_cast<int>(Common::ErrorCode::DisallowedDeveloperSubgroup);
+    for (int code = 0; code <= lastCode; ++code) {
+        const Common::ErrorCodeHelper helper(code);
+        const std::string& name = helper.errorCodeAsString();
+        const std::string& busName = helper.errorCodeAsDBusErrorString();
+        // A number that is not assigned has the names of another code.
+        const bool assigned =
+            static_cast<int>(Common::ErrorCodeHelper(busName).errorCode()) == code;
+        const std::string number = std::to_string(code);
+        if (assigned &&
+            (wanted.empty() || wanted == number || wanted == name || wanted == busName)) {
+            const std::string message = Common::ErrorCodeCategroty().message(code);
+            rows.push_back({number, name, message, busName});
+            list.push_back(
+                {{"code", code}, {"name", name}, {"message", message}, {"bus_name", busName}});
+        }
+    }
+    if (list.empty()) {
+        return Complain("there is no error " + wanted);
+    }
+    if (out.json) {
+        out.stream << Line(list) << '\n';
+    } else {
+        PrintTable(out.stream, rows);
+    }
     return ExitStatus::Done;
 }
 

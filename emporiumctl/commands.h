@@ -2,10 +2,10 @@
 #pragma once
 
 #include "emporiumctl/exit_status.h"
+#include "emporiumctl/output.h"
 
 #include <emporium/emporium.h>
 
-#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,17 +33,22 @@ struct WaitOptions
 };
 
 // Each command of the program. They take a valid connection.
-ExitStatus List(const Emporium::DaemonConnection& connection, std::ostream& out,
+ExitStatus List(const Emporium::DaemonConnection& connection, const Output& out,
                 const ListOptions& options);
-ExitStatus Info(const Emporium::DaemonConnection& connection, std::ostream& out,
+ExitStatus Info(const Emporium::DaemonConnection& connection, const Output& out,
                 const std::string& id);
-ExitStatus Operations(const Emporium::DaemonConnection& connection, std::ostream& out,
+ExitStatus Operations(const Emporium::DaemonConnection& connection, const Output& out,
                       WhichOperations which);
-ExitStatus Run(const Emporium::DaemonConnection& connection, std::ostream& out,
+ExitStatus Run(const Emporium::DaemonConnection& connection, const Output& out,
                Common::OperationType type, const std::vector<std::string>& targets,
                const WaitOptions& options);
 ExitStatus Start(const Emporium::DaemonConnection& connection, const std::string& id);
 ExitStatus Restart(const Emporium::DaemonConnection& connection, const std::string& id);
-ExitStatus Watch(const Emporium::DaemonConnection& connection, std::ostream& out);
+ExitStatus Watch(const Emporium::DaemonConnection& connection, const Output& out);
+ExitStatus Status(const Emporium::DaemonConnection& connection, const Output& out);
+ExitStatus Record(const Emporium::DaemonConnection& connection, const std::string& path);
+
+/// All error codes, or the one with this number, short name or bus name. Needs no daemon.
+ExitStatus Errors(const Output& out, const std::string& wanted);
 
 } // namespace EmporiumCtl

@@ -13,7 +13,7 @@ namespace {
 using namespace EmporiumCtl;
 
 /// What the command line asks for.
-using Command = std::function<ExitStatus(const Emporium::DaemonConnection&, std::ostream&)>;
+using Command = std::function<ExitStatus(const Output&)>;
 
 /// A daemon always tells its architecture; where there is none, there was no answer.
 bool HasDaemon(const Emporium::DaemonConnection& connection)
@@ -21,7 +21,10 @@ bool HasDaemon(const Emporium::DaemonConnection& connection)
     return connection && !connection.GetArchitecture().empty();
 }
 
-ExitStatus Perform(const Command& command, std::ostream& out)
+/// A command that wants the daemon.
+using DaemonCommand = std::function<ExitStatus(const Emporium::DaemonConnection&, const Output&)>;
+
+ExitStatus OnDaemon(const DaemonCommand& command, const Output& out)
 {
     const auto connection = Emporium::GetDaemonConnection();
     if (!HasDaemon(connection)) {
@@ -40,6 +43,8 @@ public:
     CommandLine()
     {
         m_app.require_subcommand(1);
+        m_app.fallthrough();
+        m_app.add_flag("--json", m_json, "Print JSON documents instead of text for people");
         m_app.footer("Exit status: 0 done, 1 the operation or command failed, 2 usage, 3 no daemon "
                      "or bus,\n4 timeout or interrupted. --private-bus of emporium-simulator gives "
                      "a daemon to try it on.");
@@ -52,8 +57,9 @@ public:
         AddLaunch("start", "Start an application", Start);
         AddLaunch("restart", "Start an application anew", Restart);
         m_app.add_subcommand("watch", "Print events as they come, until Ctrl-C")->callback([this] {
-            m_command = Watch;
+            Want(Watch);
         });
+        AddRest();
     }
 
     int Run(int argc, char** argv)
@@ -66,13 +72,39 @@ public:
             m_app.exit(error);
             return static_cast<int>(ExitStatus::Usage);
         }
-        std::ostream& out = TakeOverStandardOutput();
-        const ExitStatus status = Perform(m_command, out);
-        out.flush();
+        const Output out{TakeOverStandardOutput(), m_json};
+        const ExitStatus status = m_command(out);
+        out.stream.flush();
         return static_cast<int>(status);
     }
 
 private:
+    void Want(const DaemonCommand& command)
+    {
+        m_command = [command](const Output& out) { return OnDaemon(command, out); };
+    }
+
+    void AddRest()
+    {
+        m_app.add_subcommand("status", "Tell whether the daemon answers, and what it has")
+            ->callback([this] { Want(Status); });
+
+        auto* const record = m_app.add_subcommand(
+            "record", "Write the snapshot and every event to a file, until Ctrl-C");
+        record->add_option("FILE", m_path, "The recording; emporium-simulator --replay plays it")
+            ->required();
+        record->callback([this] {
+            Want([this](const auto& connection, const Output&) {
+                return Record(connection, m_path);
+            });
+        });
+
+        auto* const errors = m_app.add_subcommand("errors", "List the error codes");
+        errors->add_option("CODE|NAME", m_error, "Only this one, by number or name");
+        errors->callback(
+            [this] { m_command = [this](const Output& out) { return Errors(out, m_error); }; });
+    }
+
     void AddQueries()
     {
         auto* const list = m_app.add_subcommand("list", "List the installed packages");
@@ -80,17 +112,17 @@ private:
         list->add_option("--subgroup", m_list.subgroup, "... of this certificate subgroup");
         list->add_option("--filter", m_list.filter, "... whose ID contains this text");
         list->callback([this] {
-            m_command = [this](const auto& connection, auto& out) {
+            Want([this](const auto& connection, const Output& out) {
                 return List(connection, out, m_list);
-            };
+            });
         });
 
         auto* const info = m_app.add_subcommand("info", "Show a package");
         info->add_option("ID", m_id, "The package's ID")->required();
         info->callback([this] {
-            m_command = [this](const auto& connection, auto& out) {
+            Want([this](const auto& connection, const Output& out) {
                 return Info(connection, out, m_id);
-            };
+            });
         });
 
         auto* const operations = m_app.add_subcommand("operations", "List operations");
@@ -98,12 +130,12 @@ private:
         operations->add_flag("--completed", m_completed, "Only those that have ended")
             ->excludes(active);
         operations->callback([this] {
-            m_command = [this](const auto& connection, auto& out) {
+            Want([this](const auto& connection, const Output& out) {
                 return Operations(connection, out,
                                   m_active      ? WhichOperations::Active
                                   : m_completed ? WhichOperations::Completed
                                                 : WhichOperations::All);
-            };
+            });
         });
     }
 
@@ -115,9 +147,9 @@ private:
         command->add_flag("!--no-wait", m_wait.wait, "Print the operations' UUIDs and do not wait");
         command->add_option("--timeout", m_wait.limit, "Wait this many seconds at most");
         command->callback([this, type] {
-            m_command = [this, type](const auto& connection, auto& out) {
+            Want([this, type](const auto& connection, const Output& out) {
                 return EmporiumCtl::Run(connection, out, type, m_targets, m_wait);
-            };
+            });
         });
     }
 
@@ -127,9 +159,9 @@ private:
         auto* const command = m_app.add_subcommand(name, description);
         command->add_option("ID", m_id, "The application's package ID")->required();
         command->callback([this, launch] {
-            m_command = [this, launch](const auto& connection, auto&) {
+            Want([this, launch](const auto& connection, const Output&) {
                 return launch(connection, m_id);
-            };
+            });
         });
     }
 
@@ -139,6 +171,9 @@ private:
     WaitOptions m_wait;
     std::vector<std::string> m_targets;
     std::string m_id;
+    std::string m_path;
+    std::string m_error;
+    bool m_json = false;
     bool m_active = false;
     bool m_completed = false;
 };

@@ -9,6 +9,13 @@
 
 namespace EmporiumCtl {
 
+/// Where the program's output goes, and in which form: for people, or JSON for programs.
+struct Output
+{
+    std::ostream& stream;
+    bool json = false;
+};
+
 /// The program's own standard output. The library writes its log lines to descriptor 1, where they
 /// would end up in the middle of a table; from here on that descriptor leads to standard error.
 std::ostream& TakeOverStandardOutput();

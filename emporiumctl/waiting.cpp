@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "emporiumctl/waiting.h"
 
+#include "emporiumctl/json.h"
 #include "emporiumctl/output.h"
 
 #include <glib-unix.h>
@@ -55,7 +56,7 @@ bool MainLoop::RunUntil(const bool& over, unsigned limit)
 }
 
 OperationFollower::OperationFollower(const Emporium::DaemonConnection& connection,
-                                     std::ostream& out)
+                                     const Output& out)
     : m_out(out), m_subscription(connection.SubscribeToEvent(
                       Emporium::EventType::OperationStatusChanged,
                       std::function<void(const Operation&)>(
@@ -72,7 +73,7 @@ ExitStatus OperationFollower::Wait(const std::vector<std::string>& uuids, unsign
         for (const std::string& uuid : m_awaited) {
             const auto last = m_last.find(uuid);
             if (last == m_last.end() || !HasEnded(last->second)) {
-                m_out << "The operation goes on: " << Printable(uuid) << std::endl;
+                ReportGoingOn(uuid);
             }
         }
         return ExitStatus::Interrupted;
@@ -100,14 +101,27 @@ bool OperationFollower::AllEnded() const
     });
 }
 
+void OperationFollower::ReportGoingOn(const std::string& uuid)
+{
+    if (m_out.json) {
+        m_out.stream << Line({{"event", "GoesOn"}, {"uuid", uuid}}) << std::endl;
+    } else {
+        m_out.stream << "The operation goes on: " << Printable(uuid) << std::endl;
+    }
+}
+
 void OperationFollower::Report(const Operation& operation)
 {
-    m_out << NameOf(operation.GetType()) << ' ' << Printable(operation.GetPackageID()) << ": "
-          << NameOf(operation.GetStatus());
-    if (operation.GetStatus() == Common::OperationStatus::Failed) {
-        m_out << " (" << Describe(operation.GetErrorCode()) << ')';
+    if (m_out.json) {
+        m_out.stream << Line(EventToJson("OperationStatusChanged", operation)) << std::endl;
+        return;
     }
-    m_out << std::endl;
+    m_out.stream << NameOf(operation.GetType()) << ' ' << Printable(operation.GetPackageID())
+                 << ": " << NameOf(operation.GetStatus());
+    if (operation.GetStatus() == Common::OperationStatus::Failed) {
+        m_out.stream << " (" << Describe(operation.GetErrorCode()) << ')';
+    }
+    m_out.stream << std::endl;
 }
 
 } // namespace EmporiumCtl

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "emporiumctl/exit_status.h"
+#include "emporiumctl/output.h"
 
 #include <emporium/emporium.h>
 
 #include <glib.h>
 
-#include <iosfwd>
 #include <map>
 #include <memory>
 #include <string>
@@ -39,7 +39,7 @@ private:
 class OperationFollower
 {
 public:
-    OperationFollower(const Emporium::DaemonConnection& connection, std::ostream& out);
+    OperationFollower(const Emporium::DaemonConnection& connection, const Output& out);
     OperationFollower(const OperationFollower&) = delete;
     OperationFollower& operator=(const OperationFollower&) = delete;
 
@@ -49,8 +49,9 @@ private:
     void OnStatus(const Emporium::Operation& operation);
     bool AllEnded() const;
     void Report(const Emporium::Operation& operation);
+    void ReportGoingOn(const std::string& uuid);
 
-    std::ostream& m_out;
+    const Output& m_out;
     std::map<std::string, Emporium::Operation> m_last;
     std::vector<std::string> m_awaited;
     bool m_over = false;

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "emporiumctl/json.h"
+
+namespace EmporiumCtl {
+
+Json ToJson(const Emporium::Package& package)
+{
+    return {{"id", package.GetID()},
+            {"version", package.GetVersion()},
+            {"developer", package.GetDeveloperCertificateID()},
+            {"subgroup", package.GetDeveloperCertificateSubgroup()}};
+}
+
+Json ToJson(const Emporium::Operation& operation)
+{
+    return {{"uuid", operation.GetUUID()},
+            {"package", operation.GetPackageID()},
+            {"type", static_cast<int>(operation.GetType())},
+            {"status", static_cast<int>(operation.GetStatus())},
+            {"error", static_cast<int>(operation.GetErrorCode())}};
+}
+
+Json EventToJson(const char* name, const Emporium::Package& package)
+{
+    return {{"event", name}, {"package", ToJson(package)}};
+}
+
+Json EventToJson(const char* name, const Emporium::Operation& operation)
+{
+    return {{"event", name}, {"operation", ToJson(operation)}};
+}
+
+std::string Line(const Json& document)
+{
+    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace EmporiumCtl
