@@ -101,7 +101,7 @@ ExitStatus List(const DaemonConnection& connection, const Output& out, const Lis
         rows.push_back({package.GetID(), package.GetVersion(), package.GetDeveloperCertificateID(),
                         package.GetDeveloperCertificateSubgroup()});
     }
-    PrintTable(out.stream, rows);
+    PrintTable(out, rows);
     return ExitStatus::Done;
 }
 
@@ -133,7 +133,7 @@ ExitStatus Operations(const DaemonConnection& connection, const Output& out, Whi
     for (const Operation& operation : operations) {
         rows.push_back(RowOf(operation));
     }
-    PrintTable(out.stream, rows);
+    PrintTable(out, rows);
     return ExitStatus::Done;
 }
 
@@ -249,7 +249,7 @@ ExitStatus Errors(const Output& out, const std::string& wanted)
     if (out.json) {
         out.stream << Line(list) << '\n';
     } else {
-        PrintTable(out.stream, rows);
+        PrintTable(out, rows);
     }
     return ExitStatus::Done;
 }

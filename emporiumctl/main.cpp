@@ -45,9 +45,6 @@ public:
         m_app.require_subcommand(1);
         m_app.fallthrough();
         m_app.add_flag("--json", m_json, "Print JSON documents instead of text for people");
-        m_app.footer("Exit status: 0 done, 1 the operation or command failed, 2 usage, 3 no daemon "
-                     "or bus,\n4 timeout or interrupted. --private-bus of emporium-simulator gives "
-                     "a daemon to try it on.");
         AddQueries();
         AddOperation("install", "Install packages from files", "FILE",
                      Common::OperationType::Install);
@@ -60,6 +57,16 @@ public:
             Want(Watch);
         });
         AddRest();
+        // Last, since commands take over the footer that is there when they are added.
+        m_app.footer(
+            "Examples:\n"
+            "  emporiumctl list --filter calc        packages whose ID contains \"calc\"\n"
+            "  emporiumctl install app.pkg           install, and follow it to its end\n"
+            "  emporiumctl --json watch | jq .event  events, one JSON document a line\n"
+            "  emporium-simulator --private-bus -- emporiumctl list\n"
+            "                                        without a device\n\n"
+            "Exit status: 0 done, 1 the operation or command failed, 2 usage, 3 no daemon or bus,\n"
+            "4 timeout or interrupted.");
     }
 
     int Run(int argc, char** argv)
@@ -72,7 +79,7 @@ public:
             m_app.exit(error);
             return static_cast<int>(ExitStatus::Usage);
         }
-        const Output out{TakeOverStandardOutput(), m_json};
+        const Output out = TakeOverStandardOutput(m_json);
         const ExitStatus status = m_command(out);
         out.stream.flush();
         return static_cast<int>(status);
@@ -144,7 +151,9 @@ private:
     {
         auto* const command = m_app.add_subcommand(name, description);
         command->add_option(target, m_targets, "What to work on")->required();
-        command->add_flag("!--no-wait", m_wait.wait, "Print the operations' UUIDs and do not wait");
+        command->add_flag_callback(
+            "--no-wait", [this] { m_wait.wait = false; },
+            "Print the operations' UUIDs and do not wait");
         command->add_option("--timeout", m_wait.limit, "Wait this many seconds at most");
         command->callback([this, type] {
             Want([this, type](const auto& connection, const Output& out) {

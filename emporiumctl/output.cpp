@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <ostream>
 #include <streambuf>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace EmporiumCtl {
@@ -39,16 +41,88 @@ private:
     std::FILE* m_file;
 };
 
+constexpr std::size_t gap = 2;
+
+/// In characters: the bytes that do not go on with one.
+std::size_t Length(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char character) {
+        return (static_cast<unsigned char>(character) & 0xc0) != 0x80;
+    }));
+}
+
+/// Cut to this many characters; an ellipsis tells that something is missing.
+std::string Shorten(const std::string& text, std::size_t length)
+{
+    if (Length(text) <= length) {
+        return text;
+    }
+    std::string shortened;
+    for (const char character : text) {
+        const bool begins = (static_cast<unsigned char>(character) & 0xc0) != 0x80;
+        if (begins && Length(shortened) + 1 >= length) {
+            break;
+        }
+        shortened += character;
+    }
+    return shortened + "\u2026";
+}
+
+/// As wide as the entries, as long as there is room; then the widest column gives way.
+std::vector<std::size_t> Widths(const std::vector<std::vector<std::string>>& rows,
+                                std::size_t columns)
+{
+    std::vector<std::size_t> widths(rows.front().size());
+    std::size_t total = 0;
+    for (std::size_t column = 0; column < widths.size(); ++column) {
+        for (const auto& row : rows) {
+            widths[column] = std::max(widths[column], Length(Printable(row[column])));
+        }
+        total += widths[column] + (column > 0 ? gap : 0);
+    }
+    while (columns > 0 && total > columns) {
+        const auto widest = std::max_element(widths.begin(), widths.end());
+        if (*widest == 1) {
+            break;
+        }
+        --*widest;
+        --total;
+    }
+    return widths;
+}
+
 } // namespace
 
-std::ostream& TakeOverStandardOutput()
+std::string Output::Paint(Colour colour, const std::string& text) const
 {
-    static DescriptorBuffer buffer([] {
-        const int own = dup(STDOUT_FILENO);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        return own;
-    }());
-    static std::ostream out(&buffer);
+    if (!coloured || colour == Colour::None) {
+        return text;
+    }
+    const char* const code = colour == Colour::Bold ? "1" : colour == Colour::Green ? "32" : "31";
+    return std::string("\033[") + code + "m" + text + "\033[0m";
+}
+
+std::string Output::Fit(const std::string& text) const
+{
+    return columns == 0 ? text : Shorten(text, columns);
+}
+
+Output TakeOverStandardOutput(bool json)
+{
+    static const int own = dup(STDOUT_FILENO);
+    static DescriptorBuffer buffer(own);
+    static std::ostream stream(&buffer);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+
+    Output out{stream};
+    out.json = json;
+    out.terminal = !json && isatty(own) != 0;
+    const char* const noColour = std::getenv("NO_COLOR");
+    out.coloured = out.terminal && (noColour == nullptr || *noColour == '\0');
+    winsize size{};
+    if (out.terminal && ioctl(own, TIOCGWINSZ, &size) == 0) {
+        out.columns = size.ws_col;
+    }
     return out;
 }
 
@@ -68,23 +142,18 @@ std::string Printable(const std::string& text)
     return printable;
 }
 
-void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows)
+void PrintTable(const Output& out, const std::vector<std::vector<std::string>>& rows)
 {
-    std::vector<std::size_t> widths(rows.front().size());
-    for (const auto& row : rows) {
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], Printable(row[column]).size());
-        }
-    }
+    const std::vector<std::size_t> widths = Widths(rows, out.columns);
     for (const auto& row : rows) {
         std::string line;
         for (std::size_t column = 0; column < row.size(); ++column) {
-            std::string cell = Printable(row[column]);
-            cell.resize(widths[column] + 2, ' ');
-            line += cell;
+            const std::string cell = Shorten(Printable(row[column]), widths[column]);
+            line += cell + std::string(widths[column] - Length(cell) + gap, ' ');
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        out << line << '\n';
+        const bool isHeading = &row == &rows.front();
+        out.stream << out.Paint(isHeading ? Colour::Bold : Colour::None, line) << '\n';
     }
 }
 

@@ -68,8 +68,14 @@ ExitStatus OperationFollower::Wait(const std::vector<std::string>& uuids, unsign
 {
     m_awaited = uuids;
     m_over = AllEnded();
+    Draw();
+    const guint second = m_out.terminal ? g_timeout_add_seconds(1, OnSecond, this) : 0;
     MainLoop loop;
-    if (!loop.RunUntil(m_over, limit)) {
+    const bool over = loop.RunUntil(m_over, limit);
+    if (second != 0) {
+        g_source_remove(second);
+    }
+    if (!over) {
         for (const std::string& uuid : m_awaited) {
             const auto last = m_last.find(uuid);
             if (last == m_last.end() || !HasEnded(last->second)) {
@@ -84,9 +90,18 @@ ExitStatus OperationFollower::Wait(const std::vector<std::string>& uuids, unsign
     return failed ? ExitStatus::Failed : ExitStatus::Done;
 }
 
+gboolean OperationFollower::OnSecond(gpointer self)
+{
+    static_cast<OperationFollower*>(self)->Draw();
+    return G_SOURCE_CONTINUE;
+}
+
 void OperationFollower::OnStatus(const Operation& operation)
 {
     m_last.insert_or_assign(operation.GetUUID(), operation);
+    if (HasEnded(operation)) {
+        m_seconds[operation.GetUUID()] = g_timer_elapsed(m_timer.get(), nullptr);
+    }
     if (std::find(m_awaited.begin(), m_awaited.end(), operation.GetUUID()) != m_awaited.end()) {
         Report(operation);
         m_over = AllEnded();
@@ -112,16 +127,50 @@ void OperationFollower::ReportGoingOn(const std::string& uuid)
 
 void OperationFollower::Report(const Operation& operation)
 {
-    if (m_out.json) {
+    if (m_out.terminal) {
+        Draw();
+    } else if (m_out.json) {
         m_out.stream << Line(EventToJson("OperationStatusChanged", operation)) << std::endl;
+    } else {
+        m_out.stream << Describe(operation) << std::endl;
+    }
+}
+
+std::string OperationFollower::Describe(const Operation& operation) const
+{
+    std::string text = NameOf(operation.GetType()) + ' ' + Printable(operation.GetPackageID()) +
+                       ": " + NameOf(operation.GetStatus());
+    if (operation.GetStatus() == Common::OperationStatus::Failed) {
+        text += " (" + EmporiumCtl::Describe(operation.GetErrorCode()) + ')';
+    }
+    return text;
+}
+
+void OperationFollower::Draw()
+{
+    if (!m_out.terminal) {
         return;
     }
-    m_out.stream << NameOf(operation.GetType()) << ' ' << Printable(operation.GetPackageID())
-                 << ": " << NameOf(operation.GetStatus());
-    if (operation.GetStatus() == Common::OperationStatus::Failed) {
-        m_out.stream << " (" << Describe(operation.GetErrorCode()) << ')';
+    if (m_drawn > 0) {
+        m_out.stream << "\033[" << m_drawn << 'A';
     }
-    m_out.stream << std::endl;
+    const double now = g_timer_elapsed(m_timer.get(), nullptr);
+    for (const std::string& uuid : m_awaited) {
+        const auto last = m_last.find(uuid);
+        const auto took = m_seconds.find(uuid);
+        const int seconds = static_cast<int>(took != m_seconds.end() ? took->second : now);
+        const std::string text =
+            last != m_last.end() ? Describe(last->second) : "waiting for " + Printable(uuid);
+        Colour colour = Colour::None;
+        if (last != m_last.end() && HasEnded(last->second)) {
+            colour = last->second.GetStatus() == Common::OperationStatus::Failed ? Colour::Red
+                                                                                 : Colour::Green;
+        }
+        const std::string line = m_out.Fit(std::to_string(seconds) + " s  " + text);
+        m_out.stream << "\r\033[K" << m_out.Paint(colour, line) << '\n';
+    }
+    m_out.stream.flush();
+    m_drawn = m_awaited.size();
 }
 
 } // namespace EmporiumCtl

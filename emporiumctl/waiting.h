@@ -46,10 +46,20 @@ public:
     ExitStatus Wait(const std::vector<std::string>& uuids, unsigned limit);
 
 private:
+    static gboolean OnSecond(gpointer self);
+
     void OnStatus(const Emporium::Operation& operation);
     bool AllEnded() const;
     void Report(const Emporium::Operation& operation);
     void ReportGoingOn(const std::string& uuid);
+    std::string Describe(const Emporium::Operation& operation) const;
+
+    /// On a terminal: a line for each operation, drawn over the ones before.
+    void Draw();
+
+    std::size_t m_drawn = 0;
+    std::map<std::string, double> m_seconds; ///< What an operation took, once it has ended.
+    std::unique_ptr<GTimer, void (*)(GTimer*)> m_timer{g_timer_new(), g_timer_destroy};
 
     const Output& m_out;
     std::map<std::string, Emporium::Operation> m_last;
