@@ -39,7 +39,6 @@ DBusEventSource* FromBase(GSource* base)
 void SuspendPolling(DBusEventSource& source)
 {
     g_source_remove_poll(&source.base, &source.pollfd);
-    source.pollfd.revents = 0;
     source.suspended = true;
 }
 

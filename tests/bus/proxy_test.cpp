@@ -556,6 +556,22 @@ TEST_F(NestedLoop, FromTheQueuesSourceNeitherEntersNorSpins)
     RunUntil([&] { return events.back() == "u 6"; });
 }
 
+/// Both sources are found ready before the dispatch begins.
+TEST_F(NestedLoop, WithBothSourcesReadyNeitherEntersNorSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    const auto nested = NestIn(
+        connection, [&] { EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin"; });
+    simulator.Tell("QueueSignal", "(sss)", "Start", "PackageRemoved", "('com.sample.notes',)");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
+    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
+    EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+}
+
 TEST_F(WithDaemon, ACallbackThatThrowsLosesNoLaterEvent)
 {
     const auto connection = GetDaemonConnection();
