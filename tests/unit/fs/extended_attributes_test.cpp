@@ -110,21 +110,26 @@ TEST_F(Attributes, AnEmptyValueIsReadWithTwoCallsAndNeverWritten)
     EXPECT_NO_THROW(SetExtendedAttribute(Root() / "missing", "user.empty", ""));
 }
 
-TEST_F(Attributes, TwoHundredAreReadAndWritten)
+/// With empty values, so that they fit filesystems that have one block for all of them.
+TEST_F(Attributes, TwoHundredAreRead)
 {
-    const fs::path other = MakeFile("other");
     for (int number = 0; number < 200; ++number) {
         const std::string name = "user." + std::to_string(number);
-        if (setxattr(file.c_str(), name.c_str(), "v", 1, 0) != 0) {
+        if (setxattr(file.c_str(), name.c_str(), "", 0, 0) != 0) {
             GTEST_SKIP() << "this filesystem takes only " << number << " attributes";
         }
     }
-    const ExtendedAttributes attributes = GetExtendedAttributes(file);
-    EXPECT_EQ(attributes.size(), 200U);
-    for (const auto& [name, value] : attributes) {
-        SetExtendedAttribute(other, name, value);
+    EXPECT_EQ(GetExtendedAttributes(file).size(), 200U);
+    EXPECT_EQ(lists, 2);
+    EXPECT_EQ(gets, 400);
+}
+
+TEST_F(Attributes, ManyAreWritten)
+{
+    for (int number = 0; number < 50; ++number) {
+        SetExtendedAttribute(file, "user." + std::to_string(number), "v");
     }
-    EXPECT_EQ(GetExtendedAttributes(other).size(), 200U);
+    EXPECT_EQ(GetExtendedAttributes(file).size(), 50U);
 }
 
 TEST_F(Attributes, TheLargestValueOfTheFilesystemIsReadWhole)
