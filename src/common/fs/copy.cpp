@@ -34,9 +34,8 @@ void CleaningUp(const char* kind, const fs::path& destination, Step step)
         try {
             Remove(destination);
         } catch (const Error&) {
-            const std::string path = destination.native();
             LogMessage(LogLevel::Warning)
-                << "Couldn't cleanup bad copied " << kind << ": " << std::quoted(path);
+                << "Couldn't cleanup bad copied " << kind << ": " << Quoted(destination);
         }
         throw;
     }

@@ -32,8 +32,8 @@ std::vector<TimestampedPath> List(const fs::path& path)
 template <typename Make>
 void CreateLink(const char* kind, const fs::path& target, const fs::path& link, Make make)
 {
-    const std::string message = std::string("Couldn't create ") + kind + " " + link.native() +
-                                " pointing to " + target.native();
+    std::string message = std::string("Couldn't create ") + kind + " " + link.native() +
+                          " pointing to " + target.native();
     if (Exists(link)) {
         throw FilesystemError(message + " (path already exists)");
     }
