@@ -30,7 +30,7 @@ public:
     void Assign(std::vector<T> items)
     {
         m_items = std::move(items);
-        m_next.assign(m_items.size(), none);
+        m_links.assign(m_items.size(), Link{});
         m_gaps = 0;
         RebuildIndex();
     }
@@ -60,7 +60,7 @@ public:
     {
         GrowIndexFor(m_items.size() + 1);
         m_items.push_back(std::move(item));
-        m_next.push_back(none);
+        m_links.push_back(Link{});
         IndexLast();
     }
 
@@ -72,15 +72,16 @@ public:
             return false;
         }
         const Position position = bucket->first;
-        const Position next = m_next[position];
+        const Position next = m_links[position].next;
         if (next == none) {
             EraseBucket(static_cast<std::size_t>(bucket - m_buckets.data()));
         } else {
             bucket->first = next;
+            m_links[next].last = m_links[position].last;
         }
         // Not to be touched before the index has let go: `key` may live in this very entry.
         const T erased = std::move(m_items[position]);
-        m_next[position] = gap;
+        m_links[position].next = gap;
         ++m_gaps;
         CloseGapsIfMany();
         return true;
@@ -101,7 +102,7 @@ public:
     void ForEach(Visitor visit) const
     {
         for (std::size_t position = 0; position < m_items.size(); ++position) {
-            if (m_next[position] != gap) {
+            if (m_links[position].next != gap) {
                 visit(m_items[position]);
             }
         }
@@ -113,12 +114,18 @@ private:
     static constexpr Position gap = none - 1;
     static constexpr std::size_t fewGaps = 32;
 
-    /// The entries of one key, from the first to the last; m_next leads from each to the next one.
+    /// The first entry of a key.
     struct Bucket
     {
         Position first = none;
-        Position last = none;
         std::uint32_t hash = 0;
+    };
+
+    /// Leads from an entry to the next one of the same key; the first also knows the last.
+    struct Link
+    {
+        Position next = none;
+        Position last = none;
     };
 
     static std::uint32_t Hash(std::string_view key)
@@ -164,10 +171,12 @@ private:
         const std::uint32_t hash = Hash(key);
         Bucket& bucket = m_buckets[Probe(key, hash)];
         if (bucket.first == none) {
-            bucket = Bucket{position, position, hash};
+            bucket = Bucket{position, hash};
+            m_links[position].last = position;
         } else {
-            m_next[bucket.last] = position;
-            bucket.last = position;
+            Position& last = m_links[bucket.first].last;
+            m_links[last].next = position;
+            last = position;
         }
     }
 
@@ -193,29 +202,34 @@ private:
         Assign(ToVector());
     }
 
+    /// At most three quarters full with so many entries.
+    static std::size_t BucketsFor(std::size_t count)
+    {
+        return count == 0 ? 0 : std::bit_ceil(count + count / 3 + 1);
+    }
+
     void GrowIndexFor(std::size_t count)
     {
-        if (count * 2 > m_buckets.size()) {
-            RebuildIndex(count * 2);
+        if (BucketsFor(count) > m_buckets.size()) {
+            RebuildIndex(count);
         }
     }
 
     void RebuildIndex() { RebuildIndex(m_items.size()); }
 
-    /// An index that is at most half full with `count` entries.
     void RebuildIndex(std::size_t count)
     {
-        m_buckets.assign(count == 0 ? 0 : std::bit_ceil(count * 2), Bucket{});
+        m_buckets.assign(BucketsFor(count), Bucket{});
         for (std::size_t position = 0; position < m_items.size(); ++position) {
-            if (m_next[position] != gap) {
-                m_next[position] = none;
+            if (m_links[position].next != gap) {
+                m_links[position].next = none;
                 Index(static_cast<Position>(position));
             }
         }
     }
 
     std::vector<T> m_items;
-    std::vector<Position> m_next;
+    std::vector<Link> m_links;
     std::vector<Bucket> m_buckets;
     std::size_t m_gaps = 0;
 };

@@ -6,6 +6,7 @@
 #include <sdbus-c++/Error.h>
 #include <sdbus-c++/Types.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -45,18 +46,24 @@ bool Entered(sdbus::Message& message)
 
 void DropValue(sdbus::Message& message, char type, const char* content);
 
-void DropVariant(sdbus::Message& message)
+/// The rest of a variant that was entered with this signature.
+void DropEnteredVariant(sdbus::Message& message, const char* signature)
 {
-    const auto [type, content] = message.peekType();
-    message.enterVariant(content);
     // A variant holds one value, and its signature is all that is needed to read a basic one.
-    if (content[0] != '\0' && content[1] == '\0') {
-        DropValue(message, content[0], nullptr);
+    if (signature[0] != '\0' && signature[1] == '\0') {
+        DropValue(message, signature[0], nullptr);
     } else {
-        const auto [innerType, innerContent] = message.peekType();
-        DropValue(message, innerType, innerContent);
+        const auto [type, content] = message.peekType();
+        DropValue(message, type, content);
     }
     message.exitVariant();
+}
+
+void DropVariant(sdbus::Message& message)
+{
+    const char* const signature = message.peekType().second;
+    message.enterVariant(signature);
+    DropEnteredVariant(message, signature);
 }
 
 void DropValues(sdbus::Message& message)
@@ -157,12 +164,86 @@ void DropValue(sdbus::Message& message, char type, const char* content)
     }
 }
 
-void DropDictionary(sdbus::Message& message)
+/// What the dictionaries of the records before held. To ask the message for the type of a variant
+/// costs a sixth of the whole entry, and a key mostly holds the same type in all records.
+class ExpectedTypes
+{
+public:
+    /// The signature of the variant under this key at this place, or null if nothing is known.
+    const char* Find(std::size_t place, const char* key) const
+    {
+        const bool known = place < m_entries.size() && m_entries[place].key == key;
+        return known ? m_entries[place].signature.c_str() : nullptr;
+    }
+
+    void Learn(std::size_t place, const char* key, const char* signature)
+    {
+        if (m_wrong || place >= maximumPlaces) {
+            return;
+        }
+        m_entries.resize(std::max(m_entries.size(), place + 1));
+        m_entries[place].key = key;
+        m_entries[place].signature = signature;
+    }
+
+    /// To be wrong once costs more than to be right often saves, so nothing is expected any more.
+    void GiveUp()
+    {
+        m_entries.clear();
+        m_wrong = true;
+    }
+
+private:
+    struct Entry
+    {
+        std::string key;
+        std::string signature;
+    };
+
+    static constexpr std::size_t maximumPlaces = 64;
+
+    std::vector<Entry> m_entries;
+    bool m_wrong = false;
+};
+
+/// False, with the message as it was, if the variant holds another type.
+bool EnteredVariant(sdbus::Message& message, const char* signature)
+{
+    try {
+        message.enterVariant(signature);
+        return true;
+    } catch (const sdbus::Error&) {
+        return false;
+    }
+}
+
+/// The variant under this key, at this place of its dictionary.
+void DropVariant(sdbus::Message& message, ExpectedTypes& types, std::size_t place, const char* key)
+{
+    const char* const expected = types.Find(place, key);
+    if (expected == nullptr) {
+        types.Learn(place, key, message.peekType().second);
+        DropVariant(message);
+    } else if (EnteredVariant(message, expected)) {
+        DropEnteredVariant(message, expected);
+    } else {
+        types.GiveUp();
+        DropVariant(message);
+    }
+}
+
+/// `types` may be null where there is one record only.
+void DropDictionary(sdbus::Message& message, ExpectedTypes* types)
 {
     message.enterContainer(Contract::dictionaryEntry);
-    while (Entered(message.enterDictEntry(Contract::dictionaryEntryFields))) {
-        ReadText(message);
-        DropVariant(message);
+    for (std::size_t place = 0; Entered(message.enterDictEntry(Contract::dictionaryEntryFields));
+         ++place) {
+        const char* const key = ReadText(message);
+        if (types != nullptr) {
+            DropVariant(message, *types, place, key);
+        } else {
+            DropVariant(message);
+        }
         message.exitDictEntry();
     }
     message.exitContainer();
@@ -181,13 +262,13 @@ Operation ReadOperationFields(sdbus::Message& message)
 }
 
 /// The fields in the order of the wire, on which the subgroup comes before the certificate ID.
-Package ReadPackageFields(sdbus::Message& message)
+Package ReadPackageFields(sdbus::Message& message, ExpectedTypes* types)
 {
     const char* const id = ReadText(message);
     const char* const version = ReadText(message);
     const char* const subgroup = ReadText(message);
     const char* const certificateID = ReadText(message);
-    DropDictionary(message);
+    DropDictionary(message, types);
     return Package(id, version, subgroup, certificateID, {});
 }
 
@@ -205,9 +286,10 @@ void ReadOperations(sdbus::Message& message, std::vector<Operation>& operations)
 /// All packages of the array at which the message stands.
 void ReadPackages(sdbus::Message& message, std::vector<Package>& packages)
 {
+    ExpectedTypes types;
     message.enterContainer(Contract::packageRecord);
     while (Entered(message.enterStruct(Contract::packageFields))) {
-        packages.push_back(ReadPackageFields(message));
+        packages.push_back(ReadPackageFields(message, &types));
         message.exitStruct();
     }
     message.exitContainer();
@@ -317,7 +399,7 @@ Operation ReadOperation(sdbus::Message& message)
 Package ReadPackage(sdbus::Message& message)
 {
     message.enterStruct(Contract::packageFields);
-    Package package = ReadPackageFields(message);
+    Package package = ReadPackageFields(message, nullptr);
     message.exitStruct();
     return package;
 }

@@ -358,4 +358,61 @@ TEST(Properties, ARegularReplyTakesTheStraightWay)
     EXPECT_EQ(Describe(properties), allDescribed);
 }
 
+/// Whatever the records before led to expect.
+void ExpectStraight(const std::vector<Dictionary>& dictionaries)
+{
+    std::vector<PackageRecord> records;
+    for (const Dictionary& dictionary : dictionaries) {
+        records.emplace_back(std::to_string(records.size()), "version", "subgroup", "certificate",
+                             dictionary);
+    }
+    auto properties = AllProperties();
+    properties[2].second = sdbus::Variant(records);
+    auto reply = Reply(properties);
+    Properties decoded;
+    ASSERT_TRUE(Decoder::ReadPropertiesStraight(reply, decoded));
+    ASSERT_EQ(decoded.Packages.size(), records.size());
+    for (std::size_t position = 0; position < records.size(); ++position) {
+        EXPECT_EQ(decoded.Packages[position].GetID(), std::to_string(position));
+    }
+    EXPECT_EQ(decoded.CompletedOperations.size(), 2U);
+}
+
+TEST(Properties, DictionariesOfTheSameKeysAndTypesAreDropped)
+{
+    ExpectStraight(std::vector<Dictionary>(5, DictionaryOfEverything()));
+}
+
+TEST(Properties, AKeyMayHoldAnotherTypeInEveryRecord)
+{
+    std::vector<Dictionary> dictionaries;
+    for (const auto& [key, value] : DictionaryOfEverything()) {
+        dictionaries.push_back({{"key", value}});
+        dictionaries.push_back({{"key", value}});
+    }
+    ExpectStraight(dictionaries);
+    std::reverse(dictionaries.begin(), dictionaries.end());
+    ExpectStraight(dictionaries);
+}
+
+TEST(Properties, TheSamePlaceMayHoldAnotherKeyInEveryRecord)
+{
+    std::vector<Dictionary> dictionaries;
+    for (const auto& [key, value] : DictionaryOfEverything()) {
+        dictionaries.push_back({{key, value}, {"z", sdbus::Variant(std::int32_t{1})}});
+        dictionaries.push_back({});
+    }
+    ExpectStraight(dictionaries);
+}
+
+TEST(Properties, ADictionaryMayBeLong)
+{
+    Dictionary dictionary;
+    for (int entry = 0; entry < 300; ++entry) {
+        dictionary.emplace(std::to_string(entry),
+                           entry % 2 == 0 ? sdbus::Variant("text") : sdbus::Variant(entry));
+    }
+    ExpectStraight({dictionary, {}, dictionary, dictionary});
+}
+
 } // namespace
