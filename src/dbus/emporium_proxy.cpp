@@ -37,7 +37,9 @@ std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Mess
 
 static_assert(std::string_view(Emporium_proxy::INTERFACE_NAME) == Contract::interfaceName);
 
-Emporium_proxy::Emporium_proxy(sdbus::IProxy& proxy) : m_proxy(proxy) {}
+Emporium_proxy::Emporium_proxy(sdbus::IProxy& proxy) : m_proxy(proxy), m_interface(INTERFACE_NAME)
+{
+}
 
 void Emporium_proxy::registerProxy()
 {
@@ -55,7 +57,7 @@ template <typename Content>
 void Emporium_proxy::RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),
                                     void (Emporium_proxy::*handler)(const Content&))
 {
-    m_proxy.registerSignalHandler(sdbus::InterfaceName(INTERFACE_NAME), sdbus::SignalName(signal),
+    m_proxy.registerSignalHandler(m_interface, sdbus::SignalName(signal),
                                   [this, read, handler](sdbus::Signal message) {
                                       if (const auto content = Decode(message, read)) {
                                           (this->*handler)(*content);
@@ -95,8 +97,7 @@ void Emporium_proxy::CallRestart(const std::string& id)
 
 sdbus::MethodCall Emporium_proxy::CreateCall(const char* method)
 {
-    return m_proxy.createMethodCall(sdbus::InterfaceName(INTERFACE_NAME),
-                                    sdbus::MethodName(method));
+    return m_proxy.createMethodCall(m_interface, sdbus::MethodName(method));
 }
 
 sdbus::MethodReply Emporium_proxy::Call(const char* method)

@@ -4,6 +4,7 @@
 #include "dbus/properties.h"
 
 #include <sdbus-c++/IProxy.h>
+#include <sdbus-c++/Types.h>
 
 #include <string>
 
@@ -48,6 +49,7 @@ private:
                         void (Emporium_proxy::*handler)(const Content&));
 
     sdbus::IProxy& m_proxy;
+    const sdbus::InterfaceName m_interface;
 };
 
 } // namespace org::velmora

@@ -1,0 +1,93 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""A private bus, the feeding daemon on it, and the peers: one measurement at a time."""
+
+import json
+import os
+import subprocess
+import tempfile
+import time
+
+
+class Bus:
+    """A dbus-daemon of our own, in a directory of its own; also the home of the processes on it."""
+
+    def __enter__(self):
+        self.directory = tempfile.TemporaryDirectory(prefix="emporium-bench-")
+        home = self.directory.name
+        self.daemon = subprocess.Popen(
+            ["dbus-daemon", "--session", "--nofork", "--print-address",
+             "--address=unix:path=" + os.path.join(home, "bus")],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        address = self.daemon.stdout.readline().strip()
+        self.environment = {
+            "PATH": os.environ["PATH"],
+            "HOME": home,
+            "XDG_CACHE_HOME": os.path.join(home, "cache"),
+            "XDG_RUNTIME_DIR": home,
+            "DBUS_SESSION_BUS_ADDRESS": address,
+            "VEYRA_APP_ID": "org.example.bench",
+            "LC_ALL": "C.UTF-8",
+            # No GLib module of the desktop has a say in what is measured.
+            "GIO_MODULE_DIR": home,
+            "QT_LOGGING_RULES": "*=false",
+        }
+        return self
+
+    def __exit__(self, *_):
+        self.daemon.terminate()
+        self.daemon.wait()
+        self.daemon.stdout.close()
+        self.directory.cleanup()
+
+
+class Feeder:
+    """The daemon; obeys one command after the other."""
+
+    def __init__(self, program, bus):
+        self.process = subprocess.Popen(
+            [program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            text=True, env=bus.environment)
+        self._expect_ok()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.stdin.close()
+        self.process.wait()
+        self.process.stdout.close()
+        self.process.stderr.close()
+
+    def command(self, *words):
+        self.process.stdin.write(" ".join(str(word) for word in words) + "\n")
+        self.process.stdin.flush()
+        self._expect_ok()
+
+    def _expect_ok(self):
+        answer = self.process.stdout.readline().strip()
+        if answer != "ok":
+            raise RuntimeError("the feeding daemon failed: " + self.process.stderr.read())
+
+
+def run(program, bus, *arguments, when_ready=None, wrapper=()):
+    """Runs a peer to its end; the list of what it told. `when_ready` is called when it says so."""
+    started = time.monotonic_ns()
+    process = subprocess.Popen(
+        [*wrapper, program, *[str(argument) for argument in arguments]],
+        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=bus.environment)
+    told = []
+    for line in process.stdout:
+        if not line.startswith("{"):
+            continue  # a log line of the library
+        values = json.loads(line)
+        if "answered_at" in values:
+            values["start_wall"] = values.pop("answered_at") - started
+        told.append(values)
+        if "ready" in values:
+            when_ready()
+    errors = process.stderr.read()
+    process.stdout.close()
+    process.stderr.close()
+    if process.wait() != 0:
+        raise RuntimeError(f"{os.path.basename(program)} {arguments}: {errors}")
+    return told

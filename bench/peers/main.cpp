@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
+// The tasks of a peer. Results go to standard output, one object in JSON for each line.
+//
+//   load REPEATS          opens, then loads REPEATS times more
+//   signals COUNT         opens, writes {"ready":1}, waits until COUNT signals have come
+//   calls COUNT           opens, then calls Start so often
+//   start-up ID           opens with subscriptions and asks for a package; everything is new
+#include "peers/peer.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+std::int64_t Now(clockid_t clock)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+/// Nanoseconds since it was made.
+struct Stopwatch
+{
+    std::int64_t wall = Now(CLOCK_MONOTONIC);
+    std::int64_t processor = Now(CLOCK_PROCESS_CPUTIME_ID);
+
+    std::int64_t Wall() const { return Now(CLOCK_MONOTONIC) - wall; }
+    std::int64_t Processor() const { return Now(CLOCK_PROCESS_CPUTIME_ID) - processor; }
+};
+
+/// The most memory that this process has had, in KiB.
+long PeakMemory()
+{
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    long size = 0;
+    while (status >> word) {
+        if (word == "VmHWM:") {
+            status >> size;
+            return size;
+        }
+    }
+    return size;
+}
+
+void Load(Bench::Peer& peer, int repeats)
+{
+    const Stopwatch opening;
+    peer.Open();
+    std::cout << "{\"open_wall\":" << opening.Wall()
+              << ",\"open_processor\":" << opening.Processor()
+              << ",\"peak_memory\":" << PeakMemory() << ",\"packages\":" << peer.PackageCount()
+              << "}\n";
+    for (int repeat = 0; repeat < repeats; ++repeat) {
+        const Stopwatch loading;
+        peer.Load();
+        std::cout << "{\"load_wall\":" << loading.Wall()
+                  << ",\"load_processor\":" << loading.Processor() << "}\n";
+    }
+}
+
+void Signals(Bench::Peer& peer, int count)
+{
+    peer.Open();
+    int received = 0;
+    bool goOn = true;
+    std::size_t characters = 0;
+    peer.Subscribe([&](const Emporium::Package& package) {
+        characters += package.GetVersion().size();
+        goOn = ++received < count;
+    });
+    std::cout << "{\"ready\":1}" << std::endl;
+    const Stopwatch watch;
+    peer.Run(goOn);
+    std::cout << "{\"signals_wall\":" << watch.Wall()
+              << ",\"signals_processor\":" << watch.Processor() << ",\"received\":" << received
+              << ",\"characters\":" << characters << "}\n";
+}
+
+void Calls(Bench::Peer& peer, int count)
+{
+    peer.Open();
+    peer.Settle();
+    peer.Start("org.example.package-0");
+    const Stopwatch watch;
+    for (int call = 0; call < count; ++call) {
+        peer.Start("org.example.package-0");
+    }
+    std::cout << "{\"call_wall\":" << watch.Wall() / count
+              << ",\"call_processor\":" << watch.Processor() / count << "}\n";
+}
+
+void StartUp(Bench::Peer& peer, const std::string& id)
+{
+    peer.Open();
+    peer.Subscribe([](const Emporium::Package&) {});
+    const std::string version = peer.GetVersion(id);
+    std::cout << "{\"answered_at\":" << Now(CLOCK_MONOTONIC)
+              << ",\"start_processor\":" << Now(CLOCK_PROCESS_CPUTIME_ID) << ",\"version\":\""
+              << version << "\"}\n";
+}
+
+void Work(std::string_view task, const std::string& argument)
+{
+    const auto peer = Bench::MakePeer();
+    if (task == "load") {
+        Load(*peer, std::atoi(argument.c_str()));
+    } else if (task == "signals") {
+        Signals(*peer, std::atoi(argument.c_str()));
+    } else if (task == "calls") {
+        Calls(*peer, std::atoi(argument.c_str()));
+    } else if (task == "start-up") {
+        StartUp(*peer, argument);
+    } else {
+        throw std::invalid_argument("there is no such task: " + std::string(task));
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        if (argc != 3) {
+            throw std::invalid_argument("usage: PEER load|signals|calls|start-up ARGUMENT");
+        }
+        Work(argv[1], argv[2]);
+        std::cout << std::flush;
+        // What a peer takes down at its end is not measured.
+        _exit(0);
+    } catch (const std::exception& error) {
+        std::cerr << argv[0] << ": " << error.what() << std::endl;
+        return 1;
+    }
+}
