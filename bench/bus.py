@@ -8,11 +8,19 @@ import tempfile
 import time
 
 
+class PeerFailed(Exception):
+    """A peer ended with an error; what it wrote is in the text."""
+
+
 class Bus:
     """A dbus-daemon of our own, in a directory of its own; also the home of the processes on it."""
 
+    @staticmethod
+    def directory_in(parent=None):
+        return tempfile.TemporaryDirectory(prefix="emporium-bench-", dir=parent)
+
     def __enter__(self):
-        self.directory = tempfile.TemporaryDirectory(prefix="emporium-bench-")
+        self.directory = self.directory_in()
         home = self.directory.name
         self.daemon = subprocess.Popen(
             ["dbus-daemon", "--session", "--nofork", "--print-address",
@@ -76,18 +84,20 @@ def run(program, bus, *arguments, when_ready=None, wrapper=()):
         [*wrapper, program, *[str(argument) for argument in arguments]],
         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=bus.environment)
     told = []
+    log = []
     for line in process.stdout:
         if not line.startswith("{"):
-            continue  # a log line of the library
+            log.append(line)  # the library's
+            continue
         values = json.loads(line)
         if "answered_at" in values:
             values["start_wall"] = values.pop("answered_at") - started
         told.append(values)
         if "ready" in values:
             when_ready()
-    errors = process.stderr.read()
+    log.append(process.stderr.read())
     process.stdout.close()
     process.stderr.close()
     if process.wait() != 0:
-        raise RuntimeError(f"{os.path.basename(program)} {arguments}: {errors}")
+        raise PeerFailed("".join(log).strip())
     return told

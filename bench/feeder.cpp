@@ -7,7 +7,8 @@
 //
 // Commands on standard input, one in a line; each is answered by "ok" on standard output:
 //   packages COUNT ENTRIES   what GetAllProperties answers from now on
-//   flood COUNT              so many PackageUpgraded signals, for one package after the other
+//   flood COUNT              so many PackageUpgraded signals, for one package after the other;
+//                            to be marshalled first, by "flood 0", where the time counts
 //   quit
 
 #include <gio/gio.h>
@@ -380,10 +381,16 @@ private:
         m_properties = Bytes();
         m_properties = MarshalBody(AllProperties(count, entries));
         m_signals.clear();
-        for (std::size_t number = 0; number < count; ++number) {
+        m_packages = count;
+        m_entries = entries;
+    }
+
+    void MarshalSignals()
+    {
+        for (std::size_t number = 0; number < m_packages; ++number) {
             const GObjectPointer<GDBusMessage> signal(g_dbus_message_new_signal(
                 "/org/velmora/Emporium", "org.velmora.Emporium", "PackageUpgraded"));
-            GVariant* const record = PackageRecord(number, entries);
+            GVariant* const record = PackageRecord(number, m_entries);
             g_dbus_message_set_body(signal.get(), g_variant_new_tuple(&record, 1));
             m_signals.push_back(Marshal(signal.get()));
         }
@@ -404,6 +411,12 @@ private:
         if (verb == "packages") {
             SetPackages(count, entries);
         } else if (verb == "flood") {
+            if (m_signals.empty()) {
+                MarshalSignals();
+            }
+            if (m_signals.empty()) {
+                Fail("there are no packages to flood with");
+            }
             m_bus->SendMany(m_signals, count);
             m_bus->Synchronize();
         } else {
@@ -415,6 +428,8 @@ private:
 
     const char* m_address;
     std::unique_ptr<Bus> m_bus;
+    std::size_t m_packages = 0;
+    std::size_t m_entries = 0;
     Bytes m_properties;
     std::vector<Bytes> m_signals;
 };

@@ -163,10 +163,9 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, Emporium::Operati
     argument.beginStructure();
     argument >> uuid >> package >> type >> status >> error;
     argument.endStructure();
-    operation = Emporium::Operation(uuid.toStdString(), package.toStdString(),
-                                    static_cast<Common::OperationType>(type),
-                                    static_cast<Common::OperationStatus>(status),
-                                    static_cast<Common::ErrorCode>(error));
+    operation = Emporium::Operation(
+        uuid.toStdString(), package.toStdString(), static_cast<Common::OperationType>(type),
+        static_cast<Common::OperationStatus>(status), static_cast<Common::ErrorCode>(error));
     return argument;
 }
 

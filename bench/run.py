@@ -1,0 +1,408 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""Measures the library beside its peers and prints one table.
+
+Everything is interleaved: in each round every peer has its turn, in an order that changes, so that
+a machine that grows slower for a while does so for all. A ratio is the median of the ratios within
+the rounds; the spread is half the distance between the quartiles, in per cent of the median.
+"""
+
+import argparse
+import datetime
+import json
+import os
+import platform
+import random
+import re
+import statistics
+import subprocess
+import sys
+
+from bus import Bus, Feeder, PeerFailed, run
+
+BASE = "sd-bus"
+LIBRARY = "library"
+PEERS = {
+    BASE: "raw sd-bus",
+    LIBRARY: "libemporium",
+    "sdbus-cpp": "obvious sdbus-c++",
+    "gdbus": "GDBus by hand",
+    "gdbus-generated": "GDBus generated",
+    "qtdbus": "QtDBus",
+}
+DECODERS = {
+    BASE: "DecodeProperties",
+    LIBRARY: "Emporium::Decoder::ReadProperties(sdbus::Message&)",
+}
+
+
+def spread(values):
+    """Half the distance between the quartiles, in per cent of the median."""
+    median = statistics.median(values)
+    if len(values) < 3 or median == 0:
+        return 0.0
+    quartiles = statistics.quantiles(values, n=4, method="inclusive")
+    return 50 * (quartiles[2] - quartiles[0]) / median
+
+
+class Row:
+    """One work, measured for some of the peers; a value for each round."""
+
+    def __init__(self, work, unit, divisor=1.0):
+        self.work = work
+        self.unit = unit
+        self.divisor = divisor
+        self.values = {}
+
+    def add(self, peer, value):
+        self.values.setdefault(peer, []).append(value / self.divisor)
+
+    def ratio(self, peer, base=BASE):
+        pairs = zip(self.values[peer], self.values[base])
+        return statistics.median(value / other for value, other in pairs)
+
+    def cell(self, peer, base=BASE):
+        values = self.values.get(peer)
+        if not values:
+            return "-"
+        text = f"{statistics.median(values):.4g}"
+        if len(values) > 2:
+            text += f" ±{spread(values):.0f}%"
+        if peer != base and self.values.get(base):
+            text += f" = {self.ratio(peer, base):.2f}"
+        return text
+
+
+class Bench:
+    """All that is measured, in the order in which it is printed."""
+
+    def __init__(self, programs, bus, feeder, quick):
+        self.programs = programs
+        self.bus = bus
+        self.feeder = feeder
+        self.quick = quick
+        self.peers = [peer for peer in PEERS if os.path.exists(self.program("peer-" + peer))]
+        self.random = random.Random(20261121)
+        self.rows = {}
+        self.ready = None
+
+    def program(self, name):
+        return os.path.join(self.programs, name)
+
+    def row(self, key, work, unit, divisor=1.0):
+        return self.rows.setdefault(key, Row(work, unit, divisor))
+
+    def turns(self, rounds, peers=None):
+        """The peers of all rounds, each round in an order of its own."""
+        for _ in range(rounds):
+            order = list(peers or self.peers)
+            self.random.shuffle(order)
+            yield from order
+
+    def peer(self, name, *arguments, **options):
+        return run(self.program("peer-" + name), self.bus, *arguments, **options)
+
+    def load(self, packages, entries, rounds):
+        say(f"initial load, {packages:,} packages, {entries} entries")
+        self.feeder.command("packages", packages, entries)
+        what = f"{packages:,} packages, {entries} entries"
+        for name in self.turns(rounds):
+            opened, *loaded = self.peer(name, "load", 3)
+            if opened["packages"] != packages:
+                raise SystemExit(f"{name} has {opened['packages']} packages, not {packages}")
+            key = (packages, entries)
+            self.row(("load", *key), "call and decode, " + what, "ms", 1e6).add(
+                name, statistics.median(load["load_wall"] for load in loaded))
+            self.row(("load processor", *key), "- thereof processor time", "ms", 1e6).add(
+                name, statistics.median(load["load_processor"] for load in loaded))
+            self.row(("memory", *key), "- peak memory of the process", "MiB", 1024).add(
+                name, opened["peak_memory"])
+            self.row(("own memory", *key), "- thereof not mapped from files", "MiB", 1024).add(
+                name, opened["peak_own_memory"])
+
+    def signals(self, packages, count, rounds):
+        say(f"{count:,} signals, {packages:,} packages")
+        self.feeder.command("packages", packages, 4)
+        self.feeder.command("flood", 0)
+        for name in self.turns(rounds):
+            told = self.peer(name, "signals", count,
+                             when_ready=lambda: self.feeder.command("flood", count))[-1]
+            if told["received"] != count:
+                raise SystemExit(f"{name} has received {told['received']} of {count} signals")
+            what = f"{count:,} signals to a subscriber, {packages:,} packages"
+            self.row(("signals", packages), what + ", processor time", "ms", 1e6).add(
+                name, told["signals_processor"])
+
+    def calls(self, count, rounds):
+        say(f"{count:,} calls of Start")
+        self.feeder.command("packages", 100, 4)
+        for name in self.turns(rounds):
+            told = self.peer(name, "calls", count)[-1]
+            self.row("call processor", "round trip of Start, processor time", "µs", 1e3).add(
+                name, told["call_processor"])
+            self.row("call", "- from call to return", "µs", 1e3).add(name, told["call_wall"])
+
+    def start_up(self, rounds):
+        say("start-up")
+        self.feeder.command("packages", 200, 4)
+        for name in self.turns(rounds):
+            told = self.peer(name, "start-up", "org.example.package-150")[-1]
+            if told["version"] != "1.20.3":
+                raise SystemExit(f"{name} has answered {told['version']}")
+            what = "start-up to the first answered query, 200 packages, four subscriptions"
+            self.row("start", what, "ms", 1e6).add(name, told["start_wall"])
+            self.row("start processor", "- thereof processor time", "ms", 1e6).add(
+                name, told["start_processor"])
+
+    def loading(self, rounds):
+        """What the dynamic linker does before main(), as it tells itself."""
+        say("dynamic linking")
+        environment = self.bus.environment | {"LD_DEBUG": "statistics"}
+        for name in self.turns(rounds):
+            told = subprocess.run([self.program("peer-" + name)], env=environment,
+                                  capture_output=True, text=True, check=False).stderr
+
+            def number(pattern):
+                return int(re.search(pattern + r"\D*(\d+)", told).group(1))
+
+            self.row("linking", "- thereof in the dynamic linker", "kilocycles", 1e3).add(
+                name, number("total startup time in dynamic loader:"))
+            self.row("relocations", "- relocations, of symbols and relative", "").add(
+                name, number(r"\bnumber of relocations:")
+                + number("number of relative relocations:"))
+
+    def instructions(self, name, *arguments, decoder=False, **options):
+        output = os.path.join(self.bus.directory.name, "callgrind.out")
+        wrapper = ["valgrind", "--tool=callgrind", "--callgrind-out-file=" + output]
+        if decoder:
+            wrapper.append("--toggle-collect=" + DECODERS[name])
+        self.peer(name, *arguments, wrapper=wrapper, **options)
+        with open(output, encoding="utf-8") as file:
+            return int(re.search(r"^(?:summary|totals): (\d+)", file.read(), re.M).group(1))
+
+    def decode_instructions(self, packages, entries):
+        say(f"instructions of decoding, {packages:,} packages, {entries} entries")
+        self.feeder.command("packages", packages, entries)
+        what = f"decode, {packages:,} packages, {entries} entries, instructions"
+        for name in DECODERS:
+            self.row(("decode", packages, entries), what, "millions", 1e6).add(
+                name, self.instructions(name, "load", 0, decoder=True))
+
+    def step_instructions(self, key, work, task, few, many):
+        """Of one step, from two runs of different length."""
+        say("instructions of a " + work)
+        self.feeder.command("packages", 100, 4)
+        for name in self.peers:
+            counts = [self.instructions(
+                name, task, count, when_ready=lambda n=count: self.feeder.command("flood", n))
+                for count in (few, many)]
+            self.row(key, work + ", instructions", "thousands", 1e3).add(
+                name, (counts[1] - counts[0]) / (many - few))
+
+    def beyond_the_protocol(self):
+        say("more than the protocol allows in one array")
+        self.feeder.command("packages", 100_000, 16)
+        try:
+            self.peer(LIBRARY, "load", 0)
+        except PeerFailed as failure:
+            return str(failure)
+        raise SystemExit("a reply beyond the protocol's limits was taken")
+
+
+class InProcess:
+    """The measurements of the in-process program, by name and size."""
+
+    def __init__(self, program, bus, quick):
+        self.values = {}
+        shared_memory = "/dev/shm"
+        directory = bus.directory.name
+        self.measure(program, bus, directory, quick, "-Cache|Plain")
+        # Also in memory, where the files themselves cost little and the ratio shows the most.
+        if os.access(shared_memory, os.W_OK):
+            with Bus.directory_in(shared_memory) as memory:
+                self.measure(program, bus, memory, quick, "Cache|Plain", " in memory")
+        if not quick:
+            self.measure(program, bus, directory, quick, "Cache|Plain")
+
+    def measure(self, program, bus, directory, quick, only, suffix=""):
+        say("in one process: " + (only + suffix).lstrip("-"))
+        result = subprocess.run(
+            [program, "--benchmark_format=json", "--benchmark_filter=" + only,
+             "--benchmark_enable_random_interleaving=true",
+             f"--benchmark_repetitions={3 if quick else 9}",
+             f"--benchmark_min_time={0.02 if quick else 0.1}"],
+            env=bus.environment | {"XDG_CACHE_HOME": os.path.join(directory, "in-process")},
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=True).stdout
+        nanoseconds = {"ns": 1.0, "us": 1e3, "ms": 1e6}
+        for benchmark in json.loads(result)["benchmarks"]:
+            if benchmark["run_type"] != "iteration":
+                continue
+            name, size = benchmark["run_name"].split("/")[:2]
+            self.values.setdefault((name, int(size), suffix), []).append(
+                benchmark["real_time"] * nanoseconds[benchmark["time_unit"]])
+
+    def rows(self):
+        """Each with what it is compared to."""
+        def row(work, unit, divisor, measured, base, suffix=""):
+            result = Row(work, unit, divisor)
+            for column, (name, size) in (("measured", measured), ("base", base)):
+                for value in self.values.get((name, size, suffix), []):
+                    result.add(column, value)
+            return result if result.values.get("measured") else None
+
+        rows = [
+            ("lookup at 50, beside a plain scan",
+             row("", "ns", 1, ("FindInIndex", 50), ("FindByScan", 50))),
+            ("lookup at 100, beside a plain scan",
+             row("", "ns", 1, ("FindInIndex", 100), ("FindByScan", 100))),
+            ("GetPackage at 10,000, beside 100",
+             row("", "ns", 1, ("GetPackageOfAHundred", 10_000), ("GetPackageOfAHundred", 100))),
+            ("GetPackage at 100,000, beside 100",
+             row("", "ns", 1, ("GetPackageOfAHundred", 100_000), ("GetPackageOfAHundred", 100))),
+            ("GetPackage of every package in turn at 100,000, beside 100",
+             row("", "ns", 1, ("GetPackageOfAll", 100_000), ("GetPackageOfAll", 100))),
+            ("the same in a std::unordered_map, beside 100",
+             row("", "ns", 1, ("FindAllInMap", 100_000), ("FindAllInMap", 100))),
+            ("a package upgraded at 100,000, beside 100",
+             row("", "ns", 1, ("PackageUpgraded", 100_000), ("PackageUpgraded", 100))),
+            ("a package removed and installed at 100,000, beside 100",
+             row("", "ns", 1, ("PackageRemovedAndInstalled", 100_000),
+                 ("PackageRemovedAndInstalled", 100))),
+            ("GetPackageList at 100, beside the copy of a vector",
+             row("", "µs", 1e3, ("GetPackageList", 100), ("CopyVector", 100))),
+            ("GetPackageList at 10,000, beside the copy of a vector",
+             row("", "µs", 1e3, ("GetPackageList", 10_000), ("CopyVector", 10_000))),
+            ("GetPackageList with a filter at 10,000, beside std::copy_if",
+             row("", "µs", 1e3, ("GetPackageListFiltered", 10_000),
+                 ("CopyVectorFiltered", 10_000))),
+            ("decode 10,000 packages, beside maps of variants",
+             row("", "ms", 1e6, ("DecodeStraight", 10_000), ("DecodeVariants", 10_000))),
+            ("decode 10,000 packages thoroughly, beside the straight way",
+             row("", "ms", 1e6, ("DecodeThoroughly", 10_000), ("DecodeStraight", 10_000))),
+            ("cache of 10,000 operations on disk, beside plain files",
+             row("", "ms", 1e6, ("WriteAndReadCache", 10_000),
+                 ("WriteAndReadPlainFiles", 10_000))),
+            ("cache of 10,000 operations in memory, beside plain files",
+             row("", "ms", 1e6, ("WriteAndReadCache", 10_000),
+                 ("WriteAndReadPlainFiles", 10_000), " in memory")),
+        ]
+        return [(work, measured) for work, measured in rows if measured is not None]
+
+
+def say(what):
+    print("  " + what, file=sys.stderr, flush=True)
+
+
+def print_table(header, lines):
+    print("| " + " | ".join(header) + " |")
+    print("|" + "---|" * len(header))
+    for line in lines:
+        print("| " + " | ".join(line) + " |")
+    print()
+
+
+def print_results(bench):
+    names = [peer for peer in bench.peers if peer != BASE]
+    print_table(
+        ["work", "unit", PEERS[BASE], *[PEERS[name] for name in names]],
+        [[row.work, row.unit, *[row.cell(name) for name in [BASE, *names]]]
+         for row in bench.rows.values()])
+
+
+def print_marks(bench, in_process):
+    """What the library set itself, and where it is."""
+    def at_most(limit, key):
+        row = bench.rows.get(key)
+        if row is not None:
+            work = row.work
+            if work.startswith("- "):  # belongs to a row above
+                work = f"{work[2:]}, {key[1]:,} packages, {key[2]} entries"
+            lines.append([work, f"at most {limit}", f"{row.ratio(LIBRARY):.2f}",
+                          "met" if row.ratio(LIBRARY) <= limit else "missed"])
+
+    lines = []
+    at_most(0.85, ("decode", 1000, 4))
+    for entries in (4, 16):
+        at_most(1.0, ("load", 10_000, entries))
+    for entries in (4, 16):
+        at_most(1.1, ("memory", 10_000, entries))
+    for packages in (100, 10_000):
+        at_most(1.15, ("signals", packages))
+    at_most(1.15, "call processor")
+    at_most(1.25, "start")
+
+    for peers, limit in ((("gdbus", "gdbus-generated"), 2.0), (("qtdbus",), 1.0)):
+        worst = [(row.ratio(peer, LIBRARY), row.work, key)
+                 for key, row in bench.rows.items() for peer in peers
+                 if row.unit in ("ms", "µs") and row.values.get(peer)]
+        if worst:
+            ratio, work, key = min(worst, key=lambda entry: entry[0])
+            where = work if not work.startswith("- ") else f"{work[2:]}: {key}"
+            lines.append([f"{PEERS[peers[0]].split()[0]} beside the library, the closest row "
+                          f"({where})", f"at least {limit}", f"{ratio:.2f}",
+                          "met" if ratio >= limit else "missed"])
+
+    for work, limit in (("GetPackage at 100,000, beside 100", 1.5),
+                        ("lookup at 50, beside a plain scan", 1.0),
+                        ("cache of 10,000 operations on disk, beside plain files", 2.0),
+                        ("cache of 10,000 operations in memory, beside plain files", 2.0)):
+        row = dict(in_process.rows()).get(work)
+        if row is not None:
+            ratio = row.ratio("measured", "base")
+            lines.append([work, f"at most {limit}", f"{ratio:.2f}",
+                          "met" if ratio <= limit else "missed"])
+    print_table(["mark", "limit", "measured", ""], lines)
+
+
+def processor():
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        models = re.findall(r"^model name\s*: (.*)$", file.read(), re.M)
+    return f"{len(models)} × {models[0]}" if models else platform.machine()
+
+
+def measure(bench, programs, bus):
+    quick = bench.quick
+    loads = [(1000, 4, 3), (10_000, 4, 5), (10_000, 16, 3)] if quick else [
+        (packages, entries, rounds)
+        for packages, rounds in ((100, 21), (1000, 15), (10_000, 11), (100_000, 3))
+        for entries in (0, 4, 16) if (packages, entries) != (100_000, 16)]
+    for packages, entries, rounds in loads:
+        bench.load(packages, entries, rounds)
+    for entries in (4,) if quick else (0, 4, 16):
+        bench.decode_instructions(1000, entries)
+    for packages in (100, 10_000):
+        bench.signals(packages, 20_000 if quick else 100_000, 3 if quick else 7)
+    bench.calls(2000 if quick else 10_000, 5 if quick else 11)
+    bench.start_up(11 if quick else 51)
+    bench.loading(5 if quick else 21)
+    if not quick:
+        bench.step_instructions("signal instructions", "signal", "signals", 500, 1500)
+        bench.step_instructions("call instructions", "round trip of Start", "calls", 500, 1500)
+    refusal = None if quick else bench.beyond_the_protocol()
+    return InProcess(os.path.join(programs, "in-process"), bus, quick), refusal
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("programs", help="the directory with the built benchmarks")
+    parser.add_argument("--quick", action="store_true",
+                        help="fewer sizes and fewer rounds: ends within three minutes")
+    options = parser.parse_args()
+    with Bus() as bus, Feeder(os.path.join(options.programs, "feeder"), bus) as feeder:
+        bench = Bench(options.programs, bus, feeder, options.quick)
+        in_process, refusal = measure(bench, options.programs, bus)
+
+    print(f"{datetime.date.today()}, {processor()}, Linux {platform.release()}; each cell: "
+          f"median ±spread = ratio to {PEERS[BASE]}\n")
+    print_results(bench)
+    print_table(["in one process", "unit", "compared to", "library"],
+                [[work, row.unit, row.cell("base", "base"), row.cell("measured", "base")]
+                 for work, row in in_process.rows()])
+    print_marks(bench, in_process)
+    if refusal is not None:
+        print("100,000 packages with 16 entries, more than the 64 MiB that the protocol allows "
+              f"in one array:\n\n{refusal}")
+
+
+if __name__ == "__main__":
+    main()
