@@ -78,7 +78,8 @@ class Feeder:
 
 
 def run(program, bus, *arguments, when_ready=None, wrapper=()):
-    """Runs a peer to its end; the list of what it told. `when_ready` is called when it says so."""
+    """Runs a peer to its end; the list of what it told. `when_ready` is called with its process
+    ID when it says so."""
     started = time.monotonic_ns()
     process = subprocess.Popen(
         [*wrapper, program, *[str(argument) for argument in arguments]],
@@ -94,7 +95,7 @@ def run(program, bus, *arguments, when_ready=None, wrapper=()):
             values["start_wall"] = values.pop("answered_at") - started
         told.append(values)
         if "ready" in values:
-            when_ready()
+            when_ready(process.pid)
     log.append(process.stderr.read())
     process.stdout.close()
     process.stderr.close()
