@@ -59,11 +59,15 @@ void DropEnteredVariant(sdbus::Message& message, const char* signature)
     message.exitVariant();
 }
 
-void DropVariant(sdbus::Message& message)
+void DropVariant(sdbus::Message& message, const char* signature)
 {
-    const char* const signature = message.peekType().second;
     message.enterVariant(signature);
     DropEnteredVariant(message, signature);
+}
+
+void DropVariant(sdbus::Message& message)
+{
+    DropVariant(message, message.peekType().second);
 }
 
 void DropValues(sdbus::Message& message)
@@ -220,16 +224,16 @@ bool EnteredVariant(sdbus::Message& message, const char* signature)
 /// The variant under this key, at this place of its dictionary.
 void DropVariant(sdbus::Message& message, ExpectedTypes& types, std::size_t place, const char* key)
 {
-    const char* const expected = types.Find(place, key);
-    if (expected == nullptr) {
-        types.Learn(place, key, message.peekType().second);
-        DropVariant(message);
-    } else if (EnteredVariant(message, expected)) {
-        DropEnteredVariant(message, expected);
-    } else {
+    if (const char* const expected = types.Find(place, key)) {
+        if (EnteredVariant(message, expected)) {
+            DropEnteredVariant(message, expected);
+            return;
+        }
         types.GiveUp();
-        DropVariant(message);
     }
+    const char* const signature = message.peekType().second;
+    types.Learn(place, key, signature);
+    DropVariant(message, signature);
 }
 
 /// `types` may be null where there is one record only.

@@ -94,24 +94,30 @@ sdbus::PlainMessage MessageOf(const Values&... values)
     return message;
 }
 
+/// The keys are long too: not even for them is memory to be taken.
 Dictionary ADictionary()
 {
-    return {{"a", sdbus::Variant(longText)},
-            {"b", sdbus::Variant(std::int32_t{1})},
-            {"c", sdbus::Variant(std::vector<std::int32_t>{1, 2, 3})},
-            {"d", sdbus::Variant(true)}};
+    return {{longText + ", a", sdbus::Variant(longText)},
+            {longText + ", b", sdbus::Variant(std::int32_t{1})},
+            {longText + ", c", sdbus::Variant(std::vector<std::int32_t>{1, 2, 3})},
+            {longText + ", d", sdbus::Variant(std::vector<std::string>{longText, longText})},
+            {longText + ", e", sdbus::Variant(true)}};
 }
 
-/// What a reply of so many records costs. Between two sizes with the same growth of vectors, the
-/// difference is that of the records alone.
-std::size_t AllocationsOfLoading(std::size_t packages, const PackageRecord& package,
-                                 std::size_t operations, const OperationRecord& operation)
+PackageRecord RecordWith(const Dictionary& dictionary)
+{
+    return {brief, brief, brief, brief, dictionary};
+}
+
+/// What it takes to decode a reply with these records.
+std::size_t AllocationsOfLoading(const std::vector<PackageRecord>& packages,
+                                 const std::vector<OperationRecord>& operations = {})
 {
     auto reply = MessageOf(std::map<std::string, sdbus::Variant>{
         {"Architecture", sdbus::Variant("x")},
         {"VeyraVersion", sdbus::Variant("y")},
-        {"Packages", sdbus::Variant(std::vector<PackageRecord>(packages, package))},
-        {"Operations", sdbus::Variant(std::vector<OperationRecord>(operations, operation))},
+        {"Packages", sdbus::Variant(packages)},
+        {"Operations", sdbus::Variant(operations)},
         {"CompletedOperations", sdbus::Variant(std::vector<OperationRecord>())},
     });
     Properties properties;
@@ -119,46 +125,89 @@ std::size_t AllocationsOfLoading(std::size_t packages, const PackageRecord& pack
     const std::size_t count =
         AllocationsOf([&] { straight = Decoder::ReadPropertiesStraight(reply, properties); });
     EXPECT_TRUE(straight);
-    EXPECT_EQ(properties.Packages.size(), packages);
-    EXPECT_EQ(properties.Operations.size(), operations);
+    EXPECT_EQ(properties.Packages.size(), packages.size());
+    EXPECT_EQ(properties.Operations.size(), operations.size());
     return count;
 }
 
+// Vectors grow to both in the same steps, so that the difference is that of the records alone.
 constexpr std::size_t some = 600;
 constexpr std::size_t more = 1000;
 
-std::size_t AllocationsOfAPackage(const PackageRecord& package)
+/// So many records, made by taking these in turn.
+template <typename Record>
+std::vector<Record> InTurn(std::size_t count, const std::vector<Record>& records)
 {
-    const OperationRecord none;
+    std::vector<Record> result;
+    for (std::size_t number = 0; number < count; ++number) {
+        result.push_back(records[number % records.size()]);
+    }
+    return result;
+}
+
+/// Of one record in the long run; these are taken in turn.
+std::size_t AllocationsOfAPackage(const std::vector<PackageRecord>& records)
+{
     const std::size_t difference =
-        AllocationsOfLoading(more, package, 0, none) - AllocationsOfLoading(some, package, 0, none);
+        AllocationsOfLoading(InTurn(more, records)) - AllocationsOfLoading(InTurn(some, records));
     EXPECT_EQ(difference % (more - some), 0U);
     return difference / (more - some);
 }
 
-std::size_t AllocationsOfAnOperation(const OperationRecord& operation)
+std::size_t AllocationsOfAnOperation(const OperationRecord& record)
 {
-    const PackageRecord none;
-    const std::size_t difference = AllocationsOfLoading(0, none, more, operation) -
-                                   AllocationsOfLoading(0, none, some, operation);
+    const std::vector<OperationRecord> records{record};
+    const std::size_t difference = AllocationsOfLoading({}, InTurn(more, records)) -
+                                   AllocationsOfLoading({}, InTurn(some, records));
     EXPECT_EQ(difference % (more - some), 0U);
     return difference / (more - some);
 }
 
 TEST_F(Allocations, APackageLoadedIsOneBlock)
 {
-    EXPECT_EQ(AllocationsOfAPackage({brief, brief, brief, brief, Dictionary{}}), 1U);
+    EXPECT_EQ(AllocationsOfAPackage({RecordWith({})}), 1U);
 }
 
 TEST_F(Allocations, APackageLoadedAlsoTakesWhatItsLongTextsNeed)
 {
-    EXPECT_EQ(AllocationsOfAPackage({longText, brief, brief, longText, Dictionary{}}), 3U);
-    EXPECT_EQ(AllocationsOfAPackage({longText, longText, longText, longText, Dictionary{}}), 5U);
+    EXPECT_EQ(AllocationsOfAPackage({{longText, brief, brief, longText, Dictionary{}}}), 3U);
+    EXPECT_EQ(AllocationsOfAPackage({{longText, longText, longText, longText, Dictionary{}}}), 5U);
 }
 
 TEST_F(Allocations, TheDictionaryOfAPackageLoadedTakesNothing)
 {
-    EXPECT_EQ(AllocationsOfAPackage({brief, brief, brief, brief, ADictionary()}), 1U);
+    EXPECT_EQ(AllocationsOfAPackage({RecordWith(ADictionary())}), 1U);
+}
+
+// A wrong guess at a type throws, and so takes memory. One for each record would cost more than all
+// the right ones save.
+TEST_F(Allocations, ValuesWhoseTypesChangeFromRecordToRecordTakeNothing)
+{
+    const PackageRecord text = RecordWith({{"key", sdbus::Variant(longText)}});
+    const PackageRecord number = RecordWith({{"key", sdbus::Variant(std::int32_t{1})}});
+    EXPECT_EQ(AllocationsOfAPackage({text, number}), 1U);
+    EXPECT_EQ(AllocationsOfAPackage({text, text, number, number}), 1U);
+}
+
+TEST_F(Allocations, OtherKeysInTheSamePlacesAreNotGuessedAt)
+{
+    const PackageRecord one = RecordWith({{"one", sdbus::Variant(longText)}});
+    const PackageRecord other = RecordWith({{"other", sdbus::Variant(std::int32_t{1})}});
+    EXPECT_EQ(AllocationsOfLoading(InTurn<PackageRecord>(some, {one, other})),
+              AllocationsOfLoading(InTurn<PackageRecord>(some, {one})));
+}
+
+TEST_F(Allocations, WhatIsKnownOfADictionaryHasALimit)
+{
+    const auto dictionaryOf = [](int entries) {
+        Dictionary dictionary;
+        for (int entry = 0; entry < entries; ++entry) {
+            dictionary.emplace(std::to_string(entry), sdbus::Variant(entry));
+        }
+        return dictionary;
+    };
+    EXPECT_EQ(AllocationsOfLoading({RecordWith(dictionaryOf(1000))}),
+              AllocationsOfLoading({RecordWith(dictionaryOf(64))}));
 }
 
 TEST_F(Allocations, AnOperationLoadedIsOneBlockAndItsLongTexts)
@@ -169,8 +218,7 @@ TEST_F(Allocations, AnOperationLoadedIsOneBlockAndItsLongTexts)
 
 TEST_F(Allocations, ASignalDecodedIsOneBlockAndItsLongTexts)
 {
-    auto upgraded = MessageOf(
-        PackageRecord{brief, brief, brief, longText, Dictionary{{"a", sdbus::Variant(1)}}});
+    auto upgraded = MessageOf(PackageRecord{brief, brief, brief, longText, ADictionary()});
     EXPECT_EQ(AllocationsOf([&] { Decoder::ReadPackageBody(upgraded); }), 2U);
     auto changed = MessageOf(OperationRecord{longText, brief, 0, 10, 0});
     EXPECT_EQ(AllocationsOf([&] { Decoder::ReadOperationBody(changed); }), 2U);
@@ -194,15 +242,21 @@ public:
 
 std::shared_ptr<ReplayProxy> theProxy;
 
+/// Longer than what a string holds in itself, so that a copy would be noticed.
+std::string IDOf(std::size_t number)
+{
+    return "org.example.package-" + std::to_string(number);
+}
+
 Package MakePackage(std::size_t number)
 {
-    return Package(std::to_string(number), "1", "", "", {});
+    return Package(IDOf(number), "1", "", "", {});
 }
 
 Operation MakeOperation(std::size_t number,
                         Common::OperationStatus status = Common::OperationStatus::None)
 {
-    return Operation(std::to_string(number), "package", Common::OperationType::Install, status,
+    return Operation(IDOf(number), "package", Common::OperationType::Install, status,
                      Common::ErrorCode::None);
 }
 
@@ -268,7 +322,7 @@ TEST_F(Allocations, ARemovalThatIsDeliveredTakesNothing)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
-    const std::string removed = "7";
+    const std::string removed = IDOf(7);
     EXPECT_EQ(AllocationsOf([&] { theProxy->PackageRemoved(removed); }), 0U);
     EXPECT_EQ(subscriber.calls, 1);
 }
@@ -305,9 +359,9 @@ TEST_F(Allocations, AChangedOperationThatIsDeliveredTakesNothing)
 TEST_F(Allocations, AQueryForOneRecordTakesItsResultAlone)
 {
     const DaemonConnection connection = ConnectionWith(some);
-    const std::string number = "7";
-    EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetPackage(number)); }), 2U);
-    EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetActiveOperation(number)); }), 2U);
+    const std::string known = IDOf(7);
+    EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetPackage(known)); }), 2U);
+    EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetActiveOperation(known)); }), 2U);
 }
 
 TEST_F(Allocations, AQueryForAListTakesTheListAlone)
@@ -321,7 +375,8 @@ TEST_F(Allocations, AFilteredQueryTakesWhatTheListGrowsBy)
 {
     const DaemonConnection connection = ConnectionWith(some);
     const PackageFilter nothing = [](const Package&) { return false; };
-    const PackageFilter four = [](const Package& package) { return package.GetID() <= "100"; };
+    const std::string last = IDOf(100);
+    const PackageFilter four = [&](const Package& package) { return package.GetID() <= last; };
     EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetPackageList(nothing).empty()); }), 0U);
     EXPECT_LE(AllocationsOf([&] { EXPECT_EQ(connection.GetPackageList(four).size(), 4U); }), 3U);
 }
