@@ -217,12 +217,12 @@ private:
 
     void RebuildIndex() { RebuildIndex(m_items.size()); }
 
+    /// The links stay: they lead through the entries of a key in the order of the list, as before.
     void RebuildIndex(std::size_t count)
     {
         m_buckets.assign(BucketsFor(count), Bucket{});
         for (std::size_t position = 0; position < m_items.size(); ++position) {
             if (m_links[position].next != gap) {
-                m_links[position].next = none;
                 Index(static_cast<Position>(position));
             }
         }

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <malloc.h>
 #include <map>
 #include <memory>
 #include <new>
@@ -26,14 +27,22 @@
 namespace {
 
 std::size_t allocations = 0;
+std::size_t bytesInUse = 0;
 
 void* Allocate(std::size_t size)
 {
     ++allocations;
     if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+        bytesInUse += malloc_usable_size(memory);
         return memory;
     }
     throw std::bad_alloc();
+}
+
+void Free(void* memory)
+{
+    bytesInUse -= malloc_usable_size(memory); // zero for a null pointer
+    std::free(memory);
 }
 
 } // namespace
@@ -46,12 +55,12 @@ void* operator new(std::size_t size)
 
 void operator delete(void* memory) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    Free(memory);
 }
 
 namespace {
@@ -325,6 +334,32 @@ TEST_F(Allocations, ARemovalThatIsDeliveredTakesNothing)
     const std::string removed = IDOf(7);
     EXPECT_EQ(AllocationsOf([&] { theProxy->PackageRemoved(removed); }), 0U);
     EXPECT_EQ(subscriber.calls, 1);
+}
+
+TEST_F(Allocations, ARemovedPackageIsGivenBackAtOnce)
+{
+    const DaemonConnection connection = ConnectionWith(some);
+    theProxy->properties = SuccessResult<Properties>(Properties());
+    const std::string removed = IDOf(7);
+    const std::size_t before = bytesInUse;
+    theProxy->PackageRemoved(removed);
+    EXPECT_LT(bytesInUse, before);
+}
+
+TEST_F(Allocations, PackagesThatComeAndGoTakeNoMoreAndMoreMemory)
+{
+    const DaemonConnection connection = ConnectionWith(10);
+    const auto removeAndInstall = [](int times) {
+        const Package package = MakePackage(7);
+        for (int time = 0; time < times; ++time) {
+            theProxy->PackageRemoved(package.GetID());
+            theProxy->PackageInstalled(package);
+        }
+    };
+    removeAndInstall(100);
+    const std::size_t before = bytesInUse;
+    removeAndInstall(10'000);
+    EXPECT_LE(bytesInUse, before + 1024);
 }
 
 TEST_F(Allocations, InstallationsThatAreDeliveredTakeWhatTheListGrowsBy)

@@ -158,8 +158,7 @@ TEST(Decoder, AnotherSignatureThanTheRecordsIsRefused)
     EXPECT_THROW(Decoder::ReadEmptyBody(two), sdbus::Error);
 }
 
-// --- the properties
-// --------------------------------------------------------------------------------
+// --- the properties -------------------------------------------------------------------------------
 
 using Property = std::pair<std::string, sdbus::Variant>;
 
@@ -179,17 +178,20 @@ std::vector<Property> AllProperties()
 }
 
 /// As the daemon writes it: keys may come in any order and, from a broken daemon, more than once.
+void WriteProperties(sdbus::Message& message, const std::vector<Property>& properties)
+{
+    message.openContainer("{sv}");
+    for (const auto& [name, value] : properties) {
+        message.openDictEntry("sv");
+        message << name << value;
+        message.closeDictEntry();
+    }
+    message.closeContainer();
+}
+
 sdbus::PlainMessage Reply(const std::vector<Property>& properties)
 {
-    return MessageWith([&](sdbus::Message& message) {
-        message.openContainer("{sv}");
-        for (const auto& [name, value] : properties) {
-            message.openDictEntry("sv");
-            message << name << value;
-            message.closeDictEntry();
-        }
-        message.closeContainer();
-    });
+    return MessageWith([&](sdbus::Message& message) { WriteProperties(message, properties); });
 }
 
 std::string Describe(const Properties& properties)
@@ -309,7 +311,6 @@ TEST(Properties, BothWaysAgreeOverManyReplies)
     int straightOnes = 0;
     for (int round = 0; round < 2000; ++round) {
         auto properties = AllProperties();
-        std::shuffle(properties.begin(), properties.end(), random);
         if (chance(3)) {
             properties.erase(properties.begin() +
                              static_cast<std::ptrdiff_t>(random() % properties.size()));
@@ -323,6 +324,7 @@ TEST(Properties, BothWaysAgreeOverManyReplies)
         if (chance(2)) {
             properties.push_back({"further", sdbus::Variant(DictionaryOfEverything())});
         }
+        std::shuffle(properties.begin(), properties.end(), random);
         auto reply = Reply(properties);
         std::string thorough;
         try {
@@ -356,6 +358,35 @@ TEST(Properties, ARegularReplyTakesTheStraightWay)
     Properties properties;
     EXPECT_TRUE(Decoder::ReadPropertiesStraight(reply, properties));
     EXPECT_EQ(Describe(properties), allDescribed);
+}
+
+bool GoesStraight(const std::vector<Property>& properties)
+{
+    auto reply = Reply(properties);
+    Properties decoded;
+    return Decoder::ReadPropertiesStraight(reply, decoded);
+}
+
+TEST(Properties, WhatIsIrregularIsLeftToTheThoroughWay)
+{
+    auto missing = AllProperties();
+    missing.erase(missing.begin() + 1);
+    EXPECT_FALSE(GoesStraight(missing));
+    auto repeated = AllProperties();
+    repeated.insert(repeated.begin() + 1, repeated.front());
+    EXPECT_FALSE(GoesStraight(repeated));
+    auto ofAnotherType = AllProperties();
+    ofAnotherType[1].second = sdbus::Variant(std::int32_t{1});
+    EXPECT_FALSE(GoesStraight(ofAnotherType));
+}
+
+TEST(Properties, AnArgumentBehindThemIsRefused)
+{
+    auto reply = MessageWith([](sdbus::Message& message) {
+        WriteProperties(message, AllProperties());
+        message << "one more";
+    });
+    EXPECT_THROW(Decoder::ReadProperties(reply), sdbus::Error);
 }
 
 /// Whatever the records before led to expect.

@@ -102,6 +102,21 @@ TEST(KeyedList, AKeyThatLivesInTheErasedEntryMayBeGiven)
     EXPECT_EQ(list.Size(), 0U);
 }
 
+TEST(KeyedList, GrowsWithDifferentKeys)
+{
+    List list;
+    Model model;
+    for (int number = 0; number < 1000; ++number) {
+        list.Append(Make(std::to_string(number)));
+        model.Append(Make(std::to_string(number)));
+    }
+    for (int number = 0; number < 1000; ++number) {
+        ASSERT_NE(list.Find(std::to_string(number)), nullptr) << number;
+    }
+    EXPECT_EQ(list.Find("1000"), nullptr);
+    EXPECT_EQ(Contents(list.ToVector()), Contents(model.Items()));
+}
+
 TEST(KeyedList, BehavesAsAPlainListOverManyRandomSteps)
 {
     std::mt19937 random(20261121);
