@@ -96,14 +96,14 @@ GVariant* PackageRecord(std::size_t number, std::size_t entries)
                          "0f1e2d3c4b5a69788796a5b4c3d2e1f0", &dictionary);
 }
 
-GVariant* OperationRecords(const char* name, gint32 status, int count)
+GVariant* ActiveOperations(int count)
 {
     GVariantBuilder records;
     g_variant_builder_init(&records, G_VARIANT_TYPE("a(ssiii)"));
     for (int number = 0; number < count; ++number) {
-        const std::string uuid = std::string(name) + "-" + std::to_string(number);
+        const std::string uuid = "7d444840-9dc0-11d1-b245-5ffdce74fad" + std::to_string(number);
         g_variant_builder_add(&records, "(ssiii)", uuid.c_str(),
-                              PackageID(static_cast<std::size_t>(number)).c_str(), 0, status, 0);
+                              PackageID(static_cast<std::size_t>(number)).c_str(), 0, 10, 0);
     }
     return g_variant_builder_end(&records);
 }
@@ -120,9 +120,10 @@ GVariant* AllProperties(std::size_t packages, std::size_t entries)
     g_variant_builder_add(&properties, "{sv}", "Architecture", g_variant_new_string("x86_64"));
     g_variant_builder_add(&properties, "{sv}", "VeyraVersion", g_variant_new_string("5.1.0.24"));
     g_variant_builder_add(&properties, "{sv}", "Packages", g_variant_builder_end(&records));
-    g_variant_builder_add(&properties, "{sv}", "Operations", OperationRecords("active", 10, 3));
-    g_variant_builder_add(&properties, "{sv}", "CompletedOperations",
-                          OperationRecords("completed", 100, 3));
+    g_variant_builder_add(&properties, "{sv}", "Operations", ActiveOperations(3));
+    // None: the library stores them when a connection goes and reads them when the next one comes,
+    // so that a load would measure the disk.
+    g_variant_builder_add(&properties, "{sv}", "CompletedOperations", ActiveOperations(0));
     return g_variant_new("(a{sv})", &properties);
 }
 

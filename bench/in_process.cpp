@@ -96,6 +96,17 @@ std::vector<std::string> Questions(std::size_t packages, std::size_t different)
 constexpr std::size_t aHundred = 100;
 constexpr std::size_t allOfThem = SIZE_MAX;
 
+/// Measures one step, with one of the items after the other.
+template <typename Item, typename Step>
+void InTurn(benchmark::State& state, const std::vector<Item>& items, Step step)
+{
+    std::size_t next = 0;
+    for (auto _ : state) {
+        step(items[next]);
+        next = next + 1 < items.size() ? next + 1 : 0;
+    }
+}
+
 // --- a connection without a bus --------------------------------------------------------------------
 
 class ReplayProxy final : public IDBusProxy
@@ -127,12 +138,9 @@ DaemonConnection ConnectionWith(std::size_t packages)
 void GetPackage(benchmark::State& state, std::size_t different)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    const auto questions = Questions(SizeOf(state), different);
-    std::size_t next = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(connection.GetPackage(questions[next]));
-        next = next + 1 < questions.size() ? next + 1 : 0;
-    }
+    InTurn(state, Questions(SizeOf(state), different), [&](const std::string& question) {
+        benchmark::DoNotOptimize(connection.GetPackage(question));
+    });
 }
 
 void GetPackageOfAHundred(benchmark::State& state)
@@ -151,26 +159,18 @@ void FindInIndex(benchmark::State& state)
 {
     PackageList list;
     list.Assign(MakePackages(SizeOf(state)));
-    const auto questions = Questions(SizeOf(state), aHundred);
-    std::size_t next = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(list.Find(questions[next]));
-        next = next + 1 < questions.size() ? next + 1 : 0;
-    }
+    InTurn(state, Questions(SizeOf(state), aHundred),
+           [&](const std::string& question) { benchmark::DoNotOptimize(list.Find(question)); });
 }
 
 void FindByScan(benchmark::State& state)
 {
     const std::vector<Package> list = MakePackages(SizeOf(state));
-    const auto questions = Questions(SizeOf(state), aHundred);
-    std::size_t next = 0;
-    for (auto _ : state) {
-        const std::string& question = questions[next];
+    InTurn(state, Questions(SizeOf(state), aHundred), [&](const std::string& question) {
         benchmark::DoNotOptimize(
             std::find_if(list.begin(), list.end(),
                          [&](const Package& package) { return package.GetID() == question; }));
-        next = next + 1 < questions.size() ? next + 1 : 0;
-    }
+    });
 }
 
 /// What the memory of the machine costs at this size, whatever holds the packages.
@@ -180,12 +180,9 @@ void FindAllInMap(benchmark::State& state)
     for (const Package& package : MakePackages(SizeOf(state))) {
         map.emplace(package.GetID(), package);
     }
-    const auto questions = Questions(SizeOf(state), allOfThem);
-    std::size_t next = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(SuccessResult<Package>(map.find(questions[next])->second));
-        next = next + 1 < questions.size() ? next + 1 : 0;
-    }
+    InTurn(state, Questions(SizeOf(state), allOfThem), [&](const std::string& question) {
+        benchmark::DoNotOptimize(SuccessResult<Package>(map.find(question)->second));
+    });
 }
 
 // --- upkeep ----------------------------------------------------------------------------------------
@@ -193,24 +190,17 @@ void FindAllInMap(benchmark::State& state)
 void PackageUpgraded(benchmark::State& state)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    const auto packages = MakePackages(std::min(SizeOf(state), aHundred));
-    std::size_t next = 0;
-    for (auto _ : state) {
-        TheProxy()->PackageUpgraded(packages[next]);
-        next = next + 1 < packages.size() ? next + 1 : 0;
-    }
+    InTurn(state, MakePackages(std::min(SizeOf(state), aHundred)),
+           [](const Package& package) { TheProxy()->PackageUpgraded(package); });
 }
 
 void PackageRemovedAndInstalled(benchmark::State& state)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    const auto packages = MakePackages(std::min(SizeOf(state), aHundred));
-    std::size_t next = 0;
-    for (auto _ : state) {
-        TheProxy()->PackageRemoved(packages[next].GetID());
-        TheProxy()->PackageInstalled(packages[next]);
-        next = next + 1 < packages.size() ? next + 1 : 0;
-    }
+    InTurn(state, MakePackages(std::min(SizeOf(state), aHundred)), [](const Package& package) {
+        TheProxy()->PackageRemoved(package.GetID());
+        TheProxy()->PackageInstalled(package);
+    });
 }
 
 // --- lists -----------------------------------------------------------------------------------------

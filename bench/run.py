@@ -36,6 +36,11 @@ DECODERS = {
 }
 
 
+def significant(value):
+    """Three digits, which is more than any of this is steady to."""
+    return f"{value:,.0f}" if value >= 100 else f"{value:.3g}"
+
+
 def spread(values):
     """Half the distance between the quartiles, in per cent of the median."""
     median = statistics.median(values)
@@ -65,7 +70,7 @@ class Row:
         values = self.values.get(peer)
         if not values:
             return "-"
-        text = f"{statistics.median(values):.4g}"
+        text = significant(statistics.median(values))
         if len(values) > 2:
             text += f" ±{spread(values):.0f}%"
         if peer != base and self.values.get(base):
@@ -84,7 +89,6 @@ class Bench:
         self.peers = [peer for peer in PEERS if os.path.exists(self.program("peer-" + peer))]
         self.random = random.Random(20261121)
         self.rows = {}
-        self.ready = None
 
     def program(self, name):
         return os.path.join(self.programs, name)
@@ -92,10 +96,10 @@ class Bench:
     def row(self, key, work, unit, divisor=1.0):
         return self.rows.setdefault(key, Row(work, unit, divisor))
 
-    def turns(self, rounds, peers=None):
+    def turns(self, rounds):
         """The peers of all rounds, each round in an order of its own."""
         for _ in range(rounds):
-            order = list(peers or self.peers)
+            order = list(self.peers)
             self.random.shuffle(order)
             yield from order
 
@@ -153,6 +157,8 @@ class Bench:
             self.row("start", what, "ms", 1e6).add(name, told["start_wall"])
             self.row("start processor", "- thereof processor time", "ms", 1e6).add(
                 name, told["start_processor"])
+            self.row("open", "- thereof connecting and the initial load", "ms", 1e6).add(
+                name, told["open_wall"])
 
     def loading(self, rounds):
         """What the dynamic linker does before main(), as it tells itself."""
@@ -407,9 +413,9 @@ def processor():
 
 def measure(bench, programs, bus):
     quick = bench.quick
-    loads = [(1000, 4, 3), (10_000, 4, 5), (10_000, 16, 3)] if quick else [
+    loads = [(200, 4, 5), (1000, 4, 3), (10_000, 4, 5), (10_000, 16, 3)] if quick else [
         (packages, entries, rounds)
-        for packages, rounds in ((100, 21), (1000, 15), (10_000, 11), (100_000, 3))
+        for packages, rounds in ((100, 21), (200, 21), (1000, 15), (10_000, 11), (100_000, 3))
         for entries in (0, 4, 16) if (packages, entries) != (100_000, 16)]
     for packages, entries, rounds in loads:
         bench.load(packages, entries, rounds)
