@@ -77,15 +77,15 @@ class Feeder:
             raise RuntimeError("the feeding daemon failed: " + self.process.stderr.read())
 
 
-def run(program, bus, *arguments, when_ready=None, wrapper=()):
+def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
     """Runs a peer to its end; the list of what it told. `when_ready` is called with its process
-    ID when it says so."""
+    ID when it says so; to the list `log` is added what the library logs."""
     started = time.monotonic_ns()
     process = subprocess.Popen(
         [*wrapper, program, *[str(argument) for argument in arguments]],
         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=bus.environment)
     told = []
-    log = []
+    log = [] if log is None else log
     for line in process.stdout:
         if not line.startswith("{"):
             log.append(line)  # the library's

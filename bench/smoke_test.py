@@ -1,13 +1,17 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Every peer does every task and comes to the same; how fast is no matter here."""
+"""Every peer does every task and comes to the same, and the driver measures and prints; how fast is
+no matter here."""
 
+import contextlib
+import io
 import os
 import subprocess
 import sys
 import unittest
 
 from bus import Bus, Feeder, PeerFailed, run
+from run import LIBRARY, PEERS, Bench, print_memory, print_results
 
 PROGRAMS = sys.argv.pop()
 
@@ -65,6 +69,28 @@ class Peers(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("GetPackageOfAll/100", result.stdout)
         self.assertNotIn("ERROR", result.stdout)
+
+    def test_the_driver_measures_and_prints(self):
+        bench = Bench(PROGRAMS, self.bus, self.feeder, quick=True)
+        output = io.StringIO()
+        with contextlib.redirect_stdout(output), contextlib.redirect_stderr(io.StringIO()):
+            bench.load(20, 4, rounds=3)
+            bench.signals(20, 50, rounds=1)
+            bench.calls(3, rounds=1)
+            bench.start_up(rounds=1)
+            bench.loading(rounds=1)
+            print_results(bench)
+            print_memory(bench.memory_by_file(20, 4))
+        table = output.getvalue()
+        self.assertIn(PEERS[LIBRARY], table)
+        self.assertRegex(table, r"\| call and decode, 20 packages, 4 entries \| ms \| [0-9.]+ ±")
+        self.assertRegex(table, r"\| libemporium \| 0 \| [1-9]")
+
+    def test_more_than_the_protocol_allows_is_refused_with_a_reason(self):
+        bench = Bench(PROGRAMS, self.bus, self.feeder, quick=True)
+        with contextlib.redirect_stderr(io.StringIO()):
+            self.assertRegex(bench.beyond_the_protocol(),
+                             r"^\[E\] Couldn't call org.velmora.Emporium.GetAllProperties ")
 
 
 if __name__ == "__main__":
