@@ -91,6 +91,8 @@ inline Snapshot ToSnapshot(GVariant* properties)
 class GDBusPeer : public Peer
 {
 public:
+    void Forget() override { m_snapshot = Snapshot(); }
+
     std::size_t PackageCount() override { return m_snapshot.packages.size(); }
 
     std::string GetVersion(const std::string& id) override

@@ -39,6 +39,8 @@ public:
     // Another connection on the same proxy loads a snapshot of its own.
     void Load() override { m_reloaded.emplace(); }
 
+    void Forget() override { m_reloaded.reset(); }
+
     std::size_t PackageCount() override { return m_connection->GetPackageList().size(); }
 
     std::string GetVersion(const std::string& id) override

@@ -62,6 +62,7 @@ void Load(Bench::Peer& peer, int repeats)
               << ",\"peak_own_memory\":" << peak - MemoryStatus("RssFile:")
               << ",\"packages\":" << peer.PackageCount() << "}\n";
     for (int repeat = 0; repeat < repeats; ++repeat) {
+        peer.Forget();
         const Stopwatch loading;
         peer.Load();
         std::cout << "{\"load_wall\":" << loading.Wall()

@@ -75,8 +75,11 @@ public:
     /// Connects, subscribes to the four signals and loads the snapshot.
     virtual void Open() = 0;
 
-    /// Loads the snapshot once more, from a call of its own, in place of the last one.
+    /// Loads the snapshot once more, from a call of its own, when the last one is forgotten.
     virtual void Load() = 0;
+
+    /// Drops what the last Load() has brought, which is no part of a load.
+    virtual void Forget() = 0;
 
     virtual std::size_t PackageCount() = 0;
 

@@ -71,6 +71,8 @@ public:
         m_receiver.snapshot = std::move(snapshot);
     }
 
+    void Forget() override { m_receiver.snapshot = Bench::Snapshot(); }
+
     std::size_t PackageCount() override { return m_receiver.snapshot.packages.size(); }
 
     std::string GetVersion(const std::string& id) override

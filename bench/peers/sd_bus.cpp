@@ -167,6 +167,8 @@ public:
         sd_bus_message_unref(reply);
     }
 
+    void Forget() override { m_snapshot = Bench::Snapshot(); }
+
     std::size_t PackageCount() override { return m_snapshot.packages.size(); }
 
     std::string GetVersion(const std::string& id) override

@@ -87,6 +87,8 @@ public:
         m_snapshot = std::move(snapshot);
     }
 
+    void Forget() override { m_snapshot = Bench::Snapshot(); }
+
     std::size_t PackageCount() override { return m_snapshot.packages.size(); }
 
     std::string GetVersion(const std::string& id) override
