@@ -3,8 +3,9 @@
 """Measures the library beside its peers and prints one table.
 
 Everything is interleaved: in each round every peer has its turn, in an order that changes, so that
-a machine that grows slower for a while does so for all. A ratio is the median of the ratios within
-the rounds; the spread is half the distance between the quartiles, in per cent of the median.
+a machine that grows slower for a while does so for all; raw sd-bus and the library are neighbours.
+A ratio is the median of the ratios within the rounds; the spread is half the distance between the
+quartiles, in per cent of the median.
 """
 
 import argparse
@@ -101,11 +102,15 @@ class Bench:
         return self.rows.setdefault(key, Row(work, unit, divisor))
 
     def turns(self, rounds):
-        """The peers of all rounds, each round in an order of its own."""
+        """The peers of all rounds, each round in an order of its own. The two that the marks compare
+        come one right after the other."""
         for _ in range(rounds):
-            order = list(self.peers)
+            pair = [BASE, LIBRARY]
+            self.random.shuffle(pair)
+            order = [peer for peer in self.peers if peer not in pair]
             self.random.shuffle(order)
-            yield from order
+            place = self.random.randint(0, len(order))
+            yield from order[:place] + pair + order[place:]
 
     def peer(self, name, *arguments, **options):
         return run(self.program("peer-" + name), self.bus, *arguments, **options)
@@ -198,10 +203,10 @@ class Bench:
             self.row(("decode", packages, entries), what, "millions", 1e6).add(
                 name, self.instructions(name, "load", 0, decoder=True))
 
-    def step_instructions(self, key, work, task, few, many):
+    def step_instructions(self, key, work, task, few, many, packages=100, entries=4):
         """Of one step, from two runs of different length."""
-        say("instructions of a " + work)
-        self.feeder.command("packages", 100, 4)
+        say("instructions: " + work)
+        self.feeder.command("packages", packages, entries)
         for name in self.peers:
             counts = [self.instructions(
                 name, task, count, when_ready=lambda _, n=count: self.feeder.command("flood", n))
@@ -414,6 +419,11 @@ def measure(bench, programs, bus):
     bench.start_up(11 if quick else 51)
     bench.loading(5 if quick else 21)
     if not quick:
+        for entries in (0, 4, 16):
+            bench.step_instructions(
+                ("load instructions", entries),
+                f"call, decode and drop, 1,000 packages, {entries} entries",
+                "load", 1, 3, 1000, entries)
         bench.step_instructions("signal instructions", "signal", "signals", 500, 1500)
         bench.step_instructions("call instructions", "round trip of Start", "calls", 500, 1500)
     in_process = in_process_rows(os.path.join(programs, "in-process"), bus, quick)
