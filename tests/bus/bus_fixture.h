@@ -154,7 +154,6 @@ protected:
     BusTest()
     {
         setenv("DBUS_SESSION_BUS_ADDRESS", bus.Address().c_str(), 1);
-        setenv("XDG_CACHE_HOME", (directory.Path() / "cache").c_str(), 1);
         setenv("HOME", directory.Path().c_str(), 1);
         setenv("VEYRA_APP_ID", "org.example.test", 1);
     }
@@ -211,6 +210,7 @@ protected:
     }
 
     TemporaryDirectory directory;
+    CacheHome cacheHome;
     PrivateBus bus{directory};
 };
 

@@ -68,8 +68,7 @@ protected:
 
     std::filesystem::path CacheDirectory() const
     {
-        return directory.Path() / "cache" / "org.example.test" / "emporium-api" /
-               "completed-operations";
+        return cacheHome.Path() / "org.example.test" / "emporium-api" / "completed-operations";
     }
 
     Strings CacheEntries() const

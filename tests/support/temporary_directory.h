@@ -34,4 +34,38 @@ private:
     std::filesystem::path m_path;
 };
 
+/// Where the library's cache is while this lives.
+///
+/// The process-wide connection writes its cache when the process exits, and would make the directory
+/// anew when that has gone. It is then led to one that goes even later: it was there before the
+/// library was first used.
+class CacheHome
+{
+public:
+    CacheHome()
+    {
+        AfterTheTest();
+        Set(Path());
+    }
+    CacheHome(const CacheHome&) = delete;
+    CacheHome& operator=(const CacheHome&) = delete;
+    ~CacheHome() { Set(AfterTheTest().Path()); }
+
+    const std::filesystem::path& Path() const { return m_directory.Path(); }
+
+private:
+    static const TemporaryDirectory& AfterTheTest()
+    {
+        static const TemporaryDirectory directory;
+        return directory;
+    }
+
+    static void Set(const std::filesystem::path& path)
+    {
+        setenv("XDG_CACHE_HOME", path.c_str(), 1);
+    }
+
+    TemporaryDirectory m_directory;
+};
+
 } // namespace TestSupport

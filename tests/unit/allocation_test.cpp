@@ -75,14 +75,10 @@ std::size_t AllocationsOf(Action action)
     return allocations - before;
 }
 
-/// The connections' cache has a directory of the test's own.
 class Allocations : public testing::Test
 {
-protected:
-    Allocations() { setenv("XDG_CACHE_HOME", m_cacheHome.Path().c_str(), 1); }
-
 private:
-    TestSupport::TemporaryDirectory m_cacheHome;
+    TestSupport::CacheHome m_cacheHome;
 };
 
 // A text that a string holds in itself, and one for which it takes memory.

@@ -53,7 +53,6 @@ class ConnectionTest : public testing::Test
 protected:
     ConnectionTest()
     {
-        setenv("XDG_CACHE_HOME", cacheHome.Path().c_str(), 1);
         setenv("VEYRA_APP_ID", "test.app", 1);
         ON_CALL(*proxy, GetAllProperties).WillByDefault([this] { return Snapshot(properties); });
         currentProxy = proxy;
@@ -85,7 +84,7 @@ protected:
         return cacheHome.Path() / "test.app" / "emporium-api" / "completed-operations";
     }
 
-    TemporaryDirectory cacheHome;
+    CacheHome cacheHome;
     Emporium::Properties properties;
     std::shared_ptr<testing::NiceMock<FakeProxy>> proxy =
         std::make_shared<testing::NiceMock<FakeProxy>>();
