@@ -8,9 +8,11 @@
 #include <sdbus-c++/Types.h>
 
 #include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <dlfcn.h>
 #include <functional>
 #include <map>
 #include <optional>
@@ -18,6 +20,21 @@
 #include <set>
 #include <string>
 #include <vector>
+
+namespace {
+
+int valuesRead = 0;
+
+} // namespace
+
+// Stands before the bus library's own, which it calls.
+extern "C" int sd_bus_message_read_basic(sd_bus_message* message, char type, void* value)
+{
+    ++valuesRead;
+    static const auto next = reinterpret_cast<decltype(&sd_bus_message_read_basic)>(
+        dlsym(RTLD_NEXT, "sd_bus_message_read_basic"));
+    return next(message, type, value);
+}
 
 namespace {
 
@@ -117,6 +134,23 @@ TEST(Decoder, EachKindOfDictionaryValueIsDroppedByItself)
         });
         EXPECT_EQ(Decoder::ReadPackageBody(message).GetID(), "id") << key;
     }
+}
+
+TEST(Decoder, AnArrayOfNumbersIsDroppedAtOnce)
+{
+    const auto valuesReadWith = [](std::size_t numbers) {
+        auto message = MessageWith([&](sdbus::Message& m) {
+            m << PackageRecord{"id", "1", "s", "c",
+                               Dictionary{{"y", sdbus::Variant(std::vector<std::uint8_t>(numbers))},
+                                          {"i", sdbus::Variant(std::vector<std::int32_t>(numbers))},
+                                          {"d", sdbus::Variant(std::vector<double>(numbers))}}};
+        });
+        valuesRead = 0;
+        Decoder::ReadPackageBody(message);
+        return valuesRead;
+    };
+    EXPECT_EQ(valuesReadWith(1000), 4 + 3) << "the texts of the record and the keys";
+    EXPECT_EQ(valuesReadWith(0), 4 + 3);
 }
 
 TEST(Decoder, AnotherSignatureThanTheRecordsIsRefused)
