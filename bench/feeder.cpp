@@ -96,7 +96,7 @@ GVariant* PackageRecord(std::size_t number, std::size_t entries)
                          "0f1e2d3c4b5a69788796a5b4c3d2e1f0", &dictionary);
 }
 
-GVariant* ActiveOperations(int count)
+GVariant* OperationRecords(int count)
 {
     GVariantBuilder records;
     g_variant_builder_init(&records, G_VARIANT_TYPE("a(ssiii)"));
@@ -120,10 +120,10 @@ GVariant* AllProperties(std::size_t packages, std::size_t entries)
     g_variant_builder_add(&properties, "{sv}", "Architecture", g_variant_new_string("x86_64"));
     g_variant_builder_add(&properties, "{sv}", "VeyraVersion", g_variant_new_string("5.1.0.24"));
     g_variant_builder_add(&properties, "{sv}", "Packages", g_variant_builder_end(&records));
-    g_variant_builder_add(&properties, "{sv}", "Operations", ActiveOperations(3));
+    g_variant_builder_add(&properties, "{sv}", "Operations", OperationRecords(3));
     // None: the library stores them when a connection goes and reads them when the next one comes,
     // so that a load would measure the disk.
-    g_variant_builder_add(&properties, "{sv}", "CompletedOperations", ActiveOperations(0));
+    g_variant_builder_add(&properties, "{sv}", "CompletedOperations", OperationRecords(0));
     return g_variant_new("(a{sv})", &properties);
 }
 

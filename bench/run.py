@@ -349,13 +349,12 @@ def print_marks(bench, in_process):
                       "met" if met else "missed"])
 
     def at_most(limit, key):
-        row = bench.rows.get(key)
-        if row is not None:
-            work = row.work
-            if work.startswith("- "):  # belongs to a row above
-                work = f"{work[2:]}, {key[1]:,} packages, {key[2]} entries"
-            marked.append((work, row))
-            add(work, limit, row, LIBRARY, BASE)
+        row = bench.rows[key]
+        work = row.work
+        if work.startswith("- "):  # belongs to a row above
+            work = f"{work[2:]}, {key[1]:,} packages, {key[2]} entries"
+        marked.append((work, row))
+        add(work, limit, row, LIBRARY, BASE)
 
     lines = []
     marked = []
