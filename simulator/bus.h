@@ -39,7 +39,7 @@ public:
     Bus& operator=(const Bus&) = delete;
     ~Bus();
 
-    GDBusConnection* Get() const { return connection_.get(); }
+    GDBusConnection* Get() const { return m_connection.get(); }
 
     /// @throws std::runtime_error when another program owns the name
     void Own(const char* name);
@@ -55,9 +55,9 @@ public:
 private:
     static void Closed(GDBusConnection*, gboolean remote, GError*, gpointer data);
 
-    ObjectPtr<GDBusConnection> connection_;
-    std::function<void()> lost_;
-    gulong closedHandler_ = 0;
+    ObjectPtr<GDBusConnection> m_connection;
+    std::function<void()> m_lost;
+    gulong m_closedHandler = 0;
 };
 
 } // namespace Simulator

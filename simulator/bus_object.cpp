@@ -6,26 +6,27 @@
 namespace Simulator {
 
 BusObject::BusObject(Bus& bus, const char* path, const char* introspection, Handler handler)
-    : bus_(bus), node_(g_dbus_node_info_new_for_xml(introspection, nullptr)),
-      handler_(std::move(handler))
+    : m_bus(bus), m_node(g_dbus_node_info_new_for_xml(introspection, nullptr)),
+      m_handler(std::move(handler))
 {
     static const GDBusInterfaceVTable table = {Call, nullptr, nullptr, {}};
     ErrorSlot error;
-    registration_ = g_dbus_connection_register_object(bus_.Get(), path, node_->interfaces[0],
-                                                      &table, this, nullptr, &error);
-    if (registration_ == 0)
+    m_registration = g_dbus_connection_register_object(m_bus.Get(), path, m_node->interfaces[0],
+                                                       &table, this, nullptr, &error);
+    if (m_registration == 0) {
         throw std::runtime_error(error.Message());
+    }
 }
 
 BusObject::~BusObject()
 {
-    g_dbus_connection_unregister_object(bus_.Get(), registration_);
+    g_dbus_connection_unregister_object(m_bus.Get(), m_registration);
 }
 
 void BusObject::Call(GDBusConnection*, const char*, const char*, const char*, const char* method,
                      GVariant* arguments, GDBusMethodInvocation* invocation, gpointer data)
 {
-    static_cast<BusObject*>(data)->handler_(method, arguments, invocation);
+    static_cast<BusObject*>(data)->m_handler(method, arguments, invocation);
 }
 
 } // namespace Simulator

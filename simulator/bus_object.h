@@ -20,17 +20,17 @@ public:
     BusObject& operator=(const BusObject&) = delete;
     ~BusObject();
 
-    const GDBusInterfaceInfo& Interface() const { return *node_->interfaces[0]; }
+    const GDBusInterfaceInfo& Interface() const { return *m_node->interfaces[0]; }
 
 private:
     static void Call(GDBusConnection*, const char* sender, const char* path, const char* interface,
                      const char* method, GVariant* arguments, GDBusMethodInvocation* invocation,
                      gpointer data);
 
-    Bus& bus_;
-    NodeInfoPtr node_;
-    Handler handler_;
-    guint registration_ = 0;
+    Bus& m_bus;
+    NodeInfoPtr m_node;
+    Handler m_handler;
+    guint m_registration = 0;
 };
 
 } // namespace Simulator

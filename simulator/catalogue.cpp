@@ -22,61 +22,69 @@ constexpr std::array<std::string_view, 3> typeNames = {"install", "upgrade", "re
 class CatalogueReader
 {
 public:
-    explicit CatalogueReader(const std::string& path) : file_(KeyFile::Read(path, largestCatalogue))
+    explicit CatalogueReader(const std::string& path)
+        : m_file(KeyFile::Read(path, largestCatalogue))
     {
     }
 
     Catalogue Read()
     {
-        for (const KeyFile::Group& group : file_.Groups())
+        for (const KeyFile::Group& group : m_file.Groups()) {
             ReadGroup(group);
-        return std::move(catalogue_);
+        }
+        return std::move(m_catalogue);
     }
 
 private:
     void ReadGroup(const KeyFile::Group& group)
     {
-        if (!names_.insert(group.name).second)
-            throw InputError(file_.Path(), group.line,
+        if (!m_names.insert(group.name).second) {
+            throw InputError(m_file.Path(), group.line,
                              "the group [" + group.name + "] stands twice");
-        if (group.name == "System")
+        }
+        if (group.name == "System") {
             ReadSystem(group);
-        else if (group.name.starts_with(packagePrefix))
+        } else if (group.name.starts_with(packagePrefix)) {
             ReadPackage(group, group.name.substr(packagePrefix.size()));
-        else if (group.name.starts_with(operationPrefix))
+        } else if (group.name.starts_with(operationPrefix)) {
             ReadOperation(group, group.name.substr(operationPrefix.size()));
-        else
-            throw InputError(file_.Path(), group.line, "unknown group [" + group.name + "]");
+        } else {
+            throw InputError(m_file.Path(), group.line, "unknown group [" + group.name + "]");
+        }
     }
 
     void ReadSystem(const KeyFile::Group& group)
     {
-        file_.AllowOnly(group, {"Architecture", "VeyraVersion"});
-        catalogue_.architecture = file_.Require(group, "Architecture");
-        catalogue_.version = file_.Require(group, "VeyraVersion");
+        m_file.AllowOnly(group, {"Architecture", "VeyraVersion"});
+        m_catalogue.architecture = m_file.Require(group, "Architecture");
+        m_catalogue.version = m_file.Require(group, "VeyraVersion");
     }
 
     void ReadPackage(const KeyFile::Group& group, const std::string& id)
     {
-        file_.AllowOnly(group, {"Version", "Subgroup", "Developer"}, dataPrefix);
-        if (!IsPackageId(id))
-            throw InputError(file_.Path(), group.line, "not a package ID: " + id);
-        const std::string& version = file_.Require(group, "Version");
-        if (!IsPackageVersion(version))
-            throw InputError(file_.Path(), group.Find("Version")->line,
+        m_file.AllowOnly(group, {"Version", "Subgroup", "Developer"}, dataPrefix);
+        if (!IsPackageId(id)) {
+            throw InputError(m_file.Path(), group.line, "not a package ID: " + id);
+        }
+        const std::string& version = m_file.Require(group, "Version");
+        if (!IsPackageVersion(version)) {
+            throw InputError(m_file.Path(), group.Find("Version")->line,
                              "not a package version: " + version);
-        catalogue_.packages.push_back({id, version, Optional(group, "Subgroup"),
-                                       Optional(group, "Developer"), ReadData(group)});
+        }
+        m_catalogue.packages.push_back({id, version, Optional(group, "Subgroup"),
+                                        Optional(group, "Developer"), ReadData(group)});
     }
 
     Variant ReadData(const KeyFile::Group& group)
     {
         GVariantDict data;
         g_variant_dict_init(&data, nullptr);
-        for (const KeyFile::Entry& entry : group.entries)
-            if (entry.key.starts_with(dataPrefix))
+        for (const KeyFile::Entry& entry : group.entries) {
+            if (entry.key.starts_with(dataPrefix)) {
                 g_variant_dict_insert_value(&data, entry.key.substr(dataPrefix.size()).c_str(),
                                             ReadValue(entry).Get());
+            }
+        }
         return Variant(g_variant_dict_end(&data));
     }
 
@@ -85,41 +93,45 @@ private:
         try {
             return ParseBusValue(entry.value);
         } catch (const std::invalid_argument& error) {
-            throw InputError(file_.Path(), entry.line, error.what());
+            throw InputError(m_file.Path(), entry.line, error.what());
         }
     }
 
     void ReadOperation(const KeyFile::Group& group, const std::string& uuid)
     {
-        file_.AllowOnly(group, {"Package", "Type", "Status", "Error"});
-        const Operation operation = {uuid, file_.Require(group, "Package"), ReadType(group),
+        m_file.AllowOnly(group, {"Package", "Type", "Status", "Error"});
+        const Operation operation = {uuid, m_file.Require(group, "Package"), ReadType(group),
                                      ReadNumber(group, "Status", statusDone),
                                      ReadNumber(group, "Error", 0)};
-        if (operation.status != statusDone && operation.status != statusFailed)
-            throw InputError(file_.Path(), group.Find("Status")->line,
+        if (operation.status != statusDone && operation.status != statusFailed) {
+            throw InputError(m_file.Path(), group.Find("Status")->line,
                              "the status of a completed operation is 100 or 101");
-        catalogue_.completed.push_back(operation);
+        }
+        m_catalogue.completed.push_back(operation);
     }
 
     std::int32_t ReadType(const KeyFile::Group& group)
     {
-        const std::string& name = file_.Require(group, "Type");
+        const std::string& name = m_file.Require(group, "Type");
         const auto found = std::find(typeNames.begin(), typeNames.end(), name);
-        if (found == typeNames.end())
-            throw InputError(file_.Path(), group.Find("Type")->line,
+        if (found == typeNames.end()) {
+            throw InputError(m_file.Path(), group.Find("Type")->line,
                              "the type of an operation is install, upgrade or remove");
+        }
         return static_cast<std::int32_t>(found - typeNames.begin());
     }
 
     std::int32_t ReadNumber(const KeyFile::Group& group, std::string_view key, std::int32_t usual)
     {
         const KeyFile::Entry* entry = group.Find(key);
-        if (entry == nullptr)
+        if (entry == nullptr) {
             return usual;
+        }
         gint64 number = 0;
         if (g_ascii_string_to_signed(entry->value.c_str(), 10, G_MININT32, G_MAXINT32, &number,
-                                     nullptr) == FALSE)
-            throw InputError(file_.Path(), entry->line, "not a number: " + entry->value);
+                                     nullptr) == FALSE) {
+            throw InputError(m_file.Path(), entry->line, "not a number: " + entry->value);
+        }
         return static_cast<std::int32_t>(number);
     }
 
@@ -129,9 +141,9 @@ private:
         return entry != nullptr ? entry->value : std::string();
     }
 
-    KeyFile file_;
-    Catalogue catalogue_ = {"aarch64", "5.1.2", {}, {}, {}};
-    std::set<std::string> names_;
+    KeyFile m_file;
+    Catalogue m_catalogue = {"aarch64", "5.1.2", {}, {}, {}};
+    std::set<std::string> m_names;
 };
 
 Variant Summary(const char* text)
@@ -168,8 +180,9 @@ std::string FormatPackage(const Package& package)
     text += FormatEntry("Version", package.version);
     text += FormatEntry("Subgroup", package.subgroup);
     text += FormatEntry("Developer", package.developer);
-    if (!package.data)
+    if (!package.data) {
         return text;
+    }
     GVariantIter entries;
     g_variant_iter_init(&entries, package.data.Get());
     const char* key = nullptr;
@@ -177,8 +190,9 @@ std::string FormatPackage(const Package& package)
     std::set<std::string> written;
     while (g_variant_iter_next(&entries, "{&sv}", &key, &value) != FALSE) {
         const Variant owned(value);
-        if (!IsPlainName(key) || !written.insert(key).second)
+        if (!IsPlainName(key) || !written.insert(key).second) {
             continue;
+        }
         const TextPtr printed(g_variant_print(value, TRUE));
         text += FormatEntry(std::string(dataPrefix) + key, printed.get());
     }
@@ -217,17 +231,19 @@ Catalogue MadeUpCatalogue(unsigned packages, unsigned dictionaryEntries)
 {
     GVariantDict entries;
     g_variant_dict_init(&entries, nullptr);
-    for (unsigned i = 0; i < dictionaryEntries; ++i)
+    for (unsigned i = 0; i < dictionaryEntries; ++i) {
         g_variant_dict_insert(&entries, ("Key" + std::to_string(i)).c_str(), "s",
                               ("value " + std::to_string(i)).c_str());
+    }
     const Variant data(g_variant_dict_end(&entries));
 
     Catalogue catalogue = {"aarch64", "5.1.2", {}, {}, {}};
     catalogue.packages.reserve(packages);
-    for (unsigned i = 0; i < packages; ++i)
+    for (unsigned i = 0; i < packages; ++i) {
         catalogue.packages.push_back({"org.example.package" + std::to_string(i),
                                       "1." + std::to_string(i % 10) + ".0", "regular",
                                       "developer" + std::to_string(i % 100), data});
+    }
     return catalogue;
 }
 
@@ -240,9 +256,11 @@ std::string FormatCatalogue(const Catalogue& catalogue)
 {
     std::string text = "[System]\n" + FormatEntry("Architecture", catalogue.architecture) +
                        FormatEntry("VeyraVersion", catalogue.version);
-    for (const Package& package : catalogue.packages)
-        if (CanBeWritten(package))
+    for (const Package& package : catalogue.packages) {
+        if (CanBeWritten(package)) {
             text += FormatPackage(package);
+        }
+    }
     std::vector<Operation> operations = catalogue.completed;
     for (Operation operation : catalogue.active) {
         operation.status = statusFailed;
@@ -250,9 +268,11 @@ std::string FormatCatalogue(const Catalogue& catalogue)
         operations.push_back(operation);
     }
     std::set<std::string> written;
-    for (const Operation& operation : operations)
-        if (CanBeWritten(operation) && written.insert(operation.uuid).second)
+    for (const Operation& operation : operations) {
+        if (CanBeWritten(operation) && written.insert(operation.uuid).second) {
             text += FormatOperation(operation);
+        }
+    }
     return text;
 }
 

@@ -7,11 +7,13 @@ namespace Simulator {
 
 Command::Command(const std::vector<std::string>& arguments, const std::string& busAddress,
                  std::function<void(int status)> ended)
-    : ended_(std::move(ended))
+    : m_ended(std::move(ended))
 {
     std::vector<const char*> texts;
-    for (const std::string& argument : arguments)
+    texts.reserve(arguments.size() + 1);
+    for (const std::string& argument : arguments) {
         texts.push_back(argument.c_str());
+    }
     texts.push_back(nullptr);
     const ObjectPtr<GSubprocessLauncher> launcher(
         g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDIN_INHERIT));
@@ -20,10 +22,11 @@ Command::Command(const std::vector<std::string>& arguments, const std::string& b
     g_subprocess_launcher_unsetenv(launcher.get(), "DBUS_STARTER_ADDRESS");
     g_subprocess_launcher_unsetenv(launcher.get(), "DBUS_STARTER_BUS_TYPE");
     ErrorSlot error;
-    process_.reset(g_subprocess_launcher_spawnv(launcher.get(), texts.data(), &error));
-    if (!process_)
+    m_process.reset(g_subprocess_launcher_spawnv(launcher.get(), texts.data(), &error));
+    if (!m_process) {
         throw std::runtime_error(error.Message());
-    g_subprocess_wait_async(process_.get(), nullptr, Ended, this);
+    }
+    g_subprocess_wait_async(m_process.get(), nullptr, Ended, this);
 }
 
 void Command::Ended(GObject* source, GAsyncResult* result, gpointer data)
@@ -31,8 +34,8 @@ void Command::Ended(GObject* source, GAsyncResult* result, gpointer data)
     GSubprocess* process = G_SUBPROCESS(source);
     g_subprocess_wait_finish(process, result, nullptr);
     const bool exited = g_subprocess_get_if_exited(process) != FALSE;
-    static_cast<Command*>(data)->ended_(exited ? g_subprocess_get_exit_status(process)
-                                               : 128 + g_subprocess_get_term_sig(process));
+    static_cast<Command*>(data)->m_ended(exited ? g_subprocess_get_exit_status(process)
+                                                : 128 + g_subprocess_get_term_sig(process));
 }
 
 } // namespace Simulator

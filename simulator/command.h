@@ -20,13 +20,13 @@ public:
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
 
-    void Signal(int number) { g_subprocess_send_signal(process_.get(), number); }
+    void Signal(int number) { g_subprocess_send_signal(m_process.get(), number); }
 
 private:
     static void Ended(GObject* source, GAsyncResult* result, gpointer data);
 
-    ObjectPtr<GSubprocess> process_;
-    std::function<void(int status)> ended_;
+    ObjectPtr<GSubprocess> m_process;
+    std::function<void(int status)> m_ended;
 };
 
 } // namespace Simulator

@@ -26,8 +26,9 @@ Variant BodyOf(const char* text)
 
 void RequireSignalName(const char* name)
 {
-    if (g_dbus_is_member_name(name) == FALSE)
+    if (g_dbus_is_member_name(name) == FALSE) {
         throw BusError::InvalidArguments(std::string("not a signal: ") + name);
+    }
 }
 
 // A name without dots is the short name of an error of the model.
@@ -36,10 +37,12 @@ BusError ErrorOf(const std::string& name, const std::string& message)
     const bool isShort = name.find('.') == std::string::npos;
     const std::string whole = (isShort ? "org.velmora.KVD.Error." : "") + name;
     const Common::ErrorTableRow& row = Common::FindError(whole);
-    if (isShort && row.dbusName != whole)
+    if (isShort && row.dbusName != whole) {
         throw BusError::InvalidArguments("no such error: " + name);
-    if (g_dbus_is_interface_name(whole.c_str()) == FALSE)
+    }
+    if (g_dbus_is_interface_name(whole.c_str()) == FALSE) {
         throw BusError::InvalidArguments("not an error name: " + name);
+    }
     return {whole, message.empty() ? std::string(row.message) : message};
 }
 
@@ -47,11 +50,11 @@ BusError ErrorOf(const std::string& name, const std::string& message)
 
 Control::Control(Bus& bus, Store& store, OperationQueue& operations, Faults& faults,
                  const DaemonService& daemon)
-    : bus_(bus), store_(store), operations_(operations), faults_(faults), daemon_(daemon),
-      object_(bus, controlPath, controlIntrospection,
-              [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
-                  Call(method, arguments, invocation);
-              })
+    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults), m_daemon(daemon),
+      m_object(bus, controlPath, controlIntrospection,
+               [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                   Call(method, arguments, invocation);
+               })
 {
 }
 
@@ -100,9 +103,10 @@ void Control::Call(const char* method, GVariant* arguments, GDBusMethodInvocatio
 
 MethodScript& Control::ScriptOf(const char* method)
 {
-    if (!daemon_.HasMethod(method))
+    if (!m_daemon.HasMethod(method)) {
         throw BusError::InvalidArguments(std::string("the daemon has no method ") + method);
-    return faults_.methods[method];
+    }
+    return m_faults.methods[method];
 }
 
 Variant Control::FailCall(GVariant* arguments)
@@ -113,8 +117,9 @@ Variant Control::FailCall(GVariant* arguments)
     unsigned nth = 0;
     g_variant_get(arguments, "(&su&s&s)", &method, &nth, &name, &message);
     MethodScript& script = ScriptOf(method);
-    if (nth == 0)
+    if (nth == 0) {
         throw BusError::InvalidArguments("the next call is number 1");
+    }
     script.failures.insert_or_assign(script.calls + nth, ErrorOf(name, message));
     return Nothing();
 }
@@ -168,7 +173,7 @@ Variant Control::DropProperty(GVariant* arguments)
 {
     const char* key = nullptr;
     g_variant_get(arguments, "(&s)", &key);
-    faults_.properties[key] = {};
+    m_faults.properties[key] = {};
     return Nothing();
 }
 
@@ -177,7 +182,7 @@ Variant Control::SetProperty(GVariant* arguments)
     const char* key = nullptr;
     GVariant* value = nullptr;
     g_variant_get(arguments, "(&sv)", &key, &value);
-    faults_.properties[key] = Variant(value);
+    m_faults.properties[key] = Variant(value);
     return Nothing();
 }
 
@@ -185,7 +190,7 @@ Variant Control::RestoreProperty(GVariant* arguments)
 {
     const char* key = nullptr;
     g_variant_get(arguments, "(&s)", &key);
-    faults_.properties.erase(key);
+    m_faults.properties.erase(key);
     return Nothing();
 }
 
@@ -195,7 +200,7 @@ Variant Control::EmitSignal(GVariant* arguments)
     const char* body = nullptr;
     unsigned count = 0;
     g_variant_get(arguments, "(&s&su)", &signal, &body, &count);
-    bus_.Emit({.name = signal}, BodyOf(body), count);
+    m_bus.Emit({.name = signal}, BodyOf(body), count);
     return Nothing();
 }
 
@@ -207,7 +212,7 @@ Variant Control::EmitSignalFrom(GVariant* arguments)
     const char* body = nullptr;
     unsigned count = 0;
     g_variant_get(arguments, "(&s&s&s&su)", &path, &interface, &signal, &body, &count);
-    bus_.Emit({path, interface, signal}, BodyOf(body), count);
+    m_bus.Emit({path, interface, signal}, BodyOf(body), count);
     return Nothing();
 }
 
@@ -215,23 +220,24 @@ Variant Control::Vanish(GVariant* arguments)
 {
     unsigned milliseconds = 0;
     g_variant_get(arguments, "(u)", &milliseconds);
-    bus_.Release(daemonName);
-    return_.Stop();
-    if (milliseconds != 0)
-        return_.Start(milliseconds, [this] {
+    m_bus.Release(daemonName);
+    m_return.Stop();
+    if (milliseconds != 0) {
+        m_return.Start(milliseconds, [this] {
             try {
-                bus_.Own(daemonName);
+                m_bus.Own(daemonName);
             } catch (const std::exception& error) {
                 g_printerr("emporium-simulator: cannot come back: %s\n", error.what());
             }
         });
+    }
     return Nothing();
 }
 
 Variant Control::Return(GVariant*)
 {
-    return_.Stop();
-    bus_.Own(daemonName);
+    m_return.Stop();
+    m_bus.Own(daemonName);
     return Nothing();
 }
 
@@ -240,9 +246,10 @@ Variant Control::FailOperation(GVariant* arguments)
     const char* package = nullptr;
     std::int32_t error = 0;
     g_variant_get(arguments, "(&si)", &package, &error);
-    if (error == 0)
+    if (error == 0) {
         throw BusError::InvalidArguments("0 is not the code of an error");
-    operations_.FailNext(package, error);
+    }
+    m_operations.FailNext(package, error);
     return Nothing();
 }
 
@@ -252,9 +259,10 @@ Variant Control::AddPackage(GVariant* arguments)
     gboolean announce = FALSE;
     g_variant_get(arguments, "(@(ssssa{sv})b)", &value, &announce);
     const Variant package(value);
-    const bool upgraded = store_.PutPackage(PackageFromVariant(package.Get()));
-    if (announce != FALSE)
-        bus_.Emit({.name = upgraded ? "PackageUpgraded" : "PackageInstalled"}, Body(package));
+    const bool upgraded = m_store.PutPackage(PackageFromVariant(package.Get()));
+    if (announce != FALSE) {
+        m_bus.Emit({.name = upgraded ? "PackageUpgraded" : "PackageInstalled"}, Body(package));
+    }
     return Nothing();
 }
 
@@ -263,10 +271,12 @@ Variant Control::RemovePackage(GVariant* arguments)
     const char* id = nullptr;
     gboolean announce = FALSE;
     g_variant_get(arguments, "(&sb)", &id, &announce);
-    if (!store_.RemovePackage(id))
+    if (!m_store.RemovePackage(id)) {
         throw BusError(Common::ErrorCode::PackageNotExist);
-    if (announce != FALSE)
-        bus_.Emit({.name = "PackageRemoved"}, Body(Variant(g_variant_new_string(id))));
+    }
+    if (announce != FALSE) {
+        m_bus.Emit({.name = "PackageRemoved"}, Body(Variant(g_variant_new_string(id))));
+    }
     return Nothing();
 }
 
@@ -276,9 +286,10 @@ Variant Control::AddActiveOperation(GVariant* arguments)
     gboolean announce = FALSE;
     g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
     const Variant operation(value);
-    store_.PutActive(OperationFromVariant(operation.Get()));
-    if (announce != FALSE)
-        bus_.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    m_store.PutActive(OperationFromVariant(operation.Get()));
+    if (announce != FALSE) {
+        m_bus.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    }
     return Nothing();
 }
 
@@ -288,17 +299,18 @@ Variant Control::AddCompletedOperation(GVariant* arguments)
     gboolean announce = FALSE;
     g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
     const Variant operation(value);
-    store_.PutCompleted(OperationFromVariant(operation.Get()));
-    if (announce != FALSE)
-        bus_.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    m_store.PutCompleted(OperationFromVariant(operation.Get()));
+    if (announce != FALSE) {
+        m_bus.Emit({.name = "OperationStatusChanged"}, Body(operation));
+    }
     return Nothing();
 }
 
 Variant Control::Reset(GVariant* arguments)
 {
-    operations_.Clear();
-    store_.Reset();
-    faults_ = {};
+    m_operations.Clear();
+    m_store.Reset();
+    m_faults = {};
     return Return(arguments);
 }
 

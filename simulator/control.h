@@ -52,13 +52,13 @@ private:
     Variant AddCompletedOperation(GVariant* arguments);
     Variant Reset(GVariant* arguments);
 
-    Bus& bus_;
-    Store& store_;
-    OperationQueue& operations_;
-    Faults& faults_;
-    const DaemonService& daemon_;
-    Timer return_;
-    BusObject object_;
+    Bus& m_bus;
+    Store& m_store;
+    OperationQueue& m_operations;
+    Faults& m_faults;
+    const DaemonService& m_daemon;
+    Timer m_return;
+    BusObject m_object;
 };
 
 } // namespace Simulator

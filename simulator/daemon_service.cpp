@@ -12,8 +12,9 @@ namespace {
 
 std::string FirstString(GVariant* arguments)
 {
-    if (g_variant_n_children(arguments) == 0)
+    if (g_variant_n_children(arguments) == 0) {
         return {};
+    }
     const char* text = nullptr;
     g_variant_get(arguments, "(&s)", &text);
     return text;
@@ -23,8 +24,9 @@ Variant OperationList(const std::vector<Operation>& operations)
 {
     GVariantBuilder list;
     g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssiii)"));
-    for (const Operation& operation : operations)
+    for (const Operation& operation : operations) {
         g_variant_builder_add_value(&list, ToVariant(operation).Get());
+    }
     return Variant(g_variant_builder_end(&list));
 }
 
@@ -39,36 +41,38 @@ void Send(GDBusConnection* connection, GDBusMessage* message)
 {
     ErrorSlot error;
     if (g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
-                                       &error) == FALSE)
+                                       &error) == FALSE) {
         g_printerr("emporium-simulator: cannot send a reply: %s\n", error.Message().c_str());
+    }
 }
 
 } // namespace
 
 DaemonService::DaemonService(Bus& bus, Store& store, OperationQueue& operations, Faults& faults,
                              std::function<void()> exit)
-    : bus_(bus), store_(store), operations_(operations), faults_(faults), exit_(std::move(exit)),
-      object_(bus, daemonPath, daemonIntrospection,
-              [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
-                  Call(method, arguments, invocation);
-              })
+    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults),
+      m_exit(std::move(exit)),
+      m_object(bus, daemonPath, daemonIntrospection,
+               [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                   Call(method, arguments, invocation);
+               })
 {
 }
 
 bool DaemonService::HasMethod(const std::string& name) const
 {
-    auto* interface = const_cast<GDBusInterfaceInfo*>(&object_.Interface());
+    auto* interface = const_cast<GDBusInterfaceInfo*>(&m_object.Interface());
     return g_dbus_interface_info_lookup_method(interface, name.c_str()) != nullptr;
 }
 
 void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
 {
     const ObjectPtr<GDBusMethodInvocation> owned(invocation);
-    MethodScript& script = faults_.methods[method];
+    MethodScript& script = m_faults.methods[method];
     ++script.calls;
     script.lastArgument = FirstString(arguments);
     if (script.exits) {
-        exit_();
+        m_exit();
         return;
     }
     const std::vector<QueuedSignal> signals = std::exchange(script.signals, {});
@@ -76,20 +80,22 @@ void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInv
     std::shared_ptr<GDBusMessage> reply = Answer(method, script, call);
     auto send = [this, signals, reply] {
         EmitQueued(signals);
-        Send(bus_.Get(), reply.get());
+        Send(m_bus.Get(), reply.get());
     };
-    if (script.delay == 0)
+    if (script.delay == 0) {
         send();
-    else
+    } else {
         RunLater(script.delay, send);
+    }
 }
 
 ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodScript& script,
                                               GDBusMessage* call)
 {
     try {
-        if (auto failure = script.failures.extract(script.calls))
+        if (auto failure = script.failures.extract(script.calls)) {
             throw BusError(failure.mapped());
+        }
         Variant body;
         if (script.replies.empty()) {
             body = Perform(method, script.lastArgument);
@@ -108,48 +114,56 @@ ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodS
 
 Variant DaemonService::Perform(const std::string& method, const std::string& argument)
 {
-    if (method == "GetAllProperties")
+    if (method == "GetAllProperties") {
         return Body(Properties());
-    if (method == "Install")
-        return Body(ToVariant(operations_.Install(argument)));
-    if (method == "Remove")
-        return Body(ToVariant(operations_.Remove(argument)));
+    }
+    if (method == "Install") {
+        return Body(ToVariant(m_operations.Install(argument)));
+    }
+    if (method == "Remove") {
+        return Body(ToVariant(m_operations.Remove(argument)));
+    }
     RequirePackage(argument);
     return Variant(g_variant_new_tuple(nullptr, 0));
 }
 
 Variant DaemonService::Properties()
 {
-    if (snapshotTaken_)
-        snapshotTaken_();
+    if (m_snapshotTaken) {
+        m_snapshotTaken();
+    }
     std::map<std::string, Variant> values = {
-        {"Architecture", TextValue(store_.Lists().architecture)},
-        {"VeyraVersion", TextValue(store_.Lists().version)},
-        {"Packages", store_.PackagesValue()},
-        {"Operations", OperationList(store_.Lists().active)},
-        {"CompletedOperations", OperationList(store_.Lists().completed)}};
-    for (const auto& [key, value] : faults_.properties)
+        {"Architecture", TextValue(m_store.Lists().architecture)},
+        {"VeyraVersion", TextValue(m_store.Lists().version)},
+        {"Packages", m_store.PackagesValue()},
+        {"Operations", OperationList(m_store.Lists().active)},
+        {"CompletedOperations", OperationList(m_store.Lists().completed)}};
+    for (const auto& [key, value] : m_faults.properties) {
         values[key] = value;
+    }
 
     GVariantBuilder dictionary;
     g_variant_builder_init(&dictionary, G_VARIANT_TYPE_VARDICT);
-    for (const auto& [key, value] : values)
-        if (value)
+    for (const auto& [key, value] : values) {
+        if (value) {
             g_variant_builder_add(&dictionary, "{sv}", key.c_str(), value.Get());
+        }
+    }
     return Variant(g_variant_builder_end(&dictionary));
 }
 
 void DaemonService::RequirePackage(const std::string& id) const
 {
-    if (store_.FindPackage(id) == nullptr)
+    if (m_store.FindPackage(id) == nullptr) {
         throw BusError(Common::ErrorCode::PackageNotExist);
+    }
 }
 
 void DaemonService::EmitQueued(const std::vector<QueuedSignal>& signals)
 {
     for (const QueuedSignal& signal : signals) {
         try {
-            bus_.Emit({.name = signal.name}, signal.body);
+            m_bus.Emit({.name = signal.name}, signal.body);
         } catch (const BusError& error) {
             g_printerr("emporium-simulator: %s\n", error.what());
         }

@@ -18,7 +18,7 @@ public:
                   std::function<void()> exit);
 
     /// Called at every GetAllProperties.
-    void OnSnapshot(std::function<void()> function) { snapshotTaken_ = std::move(function); }
+    void OnSnapshot(std::function<void()> function) { m_snapshotTaken = std::move(function); }
 
     bool HasMethod(const std::string& name) const;
 
@@ -31,13 +31,13 @@ private:
     void RequirePackage(const std::string& id) const;
     void EmitQueued(const std::vector<QueuedSignal>& signals);
 
-    Bus& bus_;
-    Store& store_;
-    OperationQueue& operations_;
-    Faults& faults_;
-    std::function<void()> exit_;
-    std::function<void()> snapshotTaken_;
-    BusObject object_;
+    Bus& m_bus;
+    Store& m_store;
+    OperationQueue& m_operations;
+    Faults& m_faults;
+    std::function<void()> m_exit;
+    std::function<void()> m_snapshotTaken;
+    BusObject m_object;
 };
 
 } // namespace Simulator

@@ -25,7 +25,7 @@ class BusError : public std::runtime_error
 {
 public:
     BusError(std::string name, const std::string& message)
-        : std::runtime_error(message), name_(std::move(name))
+        : std::runtime_error(message), m_name(std::move(name))
     {
     }
     explicit BusError(Common::ErrorCode code) : BusError(Common::FindError(static_cast<int>(code)))
@@ -41,10 +41,10 @@ public:
         return {"org.freedesktop.DBus.Error.InvalidArgs", message};
     }
 
-    const std::string& Name() const { return name_; }
+    const std::string& Name() const { return m_name; }
 
 private:
-    std::string name_;
+    std::string m_name;
 };
 
 } // namespace Simulator

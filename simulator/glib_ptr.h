@@ -33,14 +33,14 @@ public:
     ErrorSlot() = default;
     ErrorSlot(const ErrorSlot&) = delete;
     ErrorSlot& operator=(const ErrorSlot&) = delete;
-    ~ErrorSlot() { g_clear_error(&error_); }
+    ~ErrorSlot() { g_clear_error(&m_error); }
 
-    GError** operator&() { return &error_; }
-    const GError* Get() const { return error_; }
-    std::string Message() const { return error_ != nullptr ? error_->message : "unknown error"; }
+    GError** operator&() { return &m_error; }
+    const GError* Get() const { return m_error; }
+    std::string Message() const { return m_error != nullptr ? m_error->message : "unknown error"; }
 
 private:
-    GError* error_ = nullptr;
+    GError* m_error = nullptr;
 };
 
 /// A counted reference to an immutable value of the bus.
@@ -49,32 +49,34 @@ class Variant
 public:
     Variant() = default;
     /// Takes over a floating reference, or one that the caller owns.
-    explicit Variant(GVariant* value) : value_(value != nullptr ? g_variant_take_ref(value) : value)
+    explicit Variant(GVariant* value)
+        : m_value(value != nullptr ? g_variant_take_ref(value) : value)
     {
     }
     Variant(const Variant& other)
-        : value_(other.value_ != nullptr ? g_variant_ref(other.value_) : nullptr)
+        : m_value(other.m_value != nullptr ? g_variant_ref(other.m_value) : nullptr)
     {
     }
-    Variant(Variant&& other) noexcept : value_(std::exchange(other.value_, nullptr)) {}
+    Variant(Variant&& other) noexcept : m_value(std::exchange(other.m_value, nullptr)) {}
     Variant& operator=(Variant other) noexcept
     {
-        std::swap(value_, other.value_);
+        std::swap(m_value, other.m_value);
         return *this;
     }
     ~Variant()
     {
-        if (value_ != nullptr)
-            g_variant_unref(value_);
+        if (m_value != nullptr) {
+            g_variant_unref(m_value);
+        }
     }
 
     static Variant Share(GVariant* value) { return Variant(g_variant_ref(value)); }
 
-    GVariant* Get() const { return value_; }
-    explicit operator bool() const { return value_ != nullptr; }
+    GVariant* Get() const { return m_value; }
+    explicit operator bool() const { return m_value != nullptr; }
 
 private:
-    GVariant* value_ = nullptr;
+    GVariant* m_value = nullptr;
 };
 
 /// Calls the function once, from the main loop.
@@ -104,22 +106,23 @@ public:
     void Start(guint milliseconds, std::function<void()> function)
     {
         Stop();
-        source_ = RunLater(milliseconds, [this, function = std::move(function)] {
-            source_ = 0;
+        m_source = RunLater(milliseconds, [this, function = std::move(function)] {
+            m_source = 0;
             function();
         });
     }
 
     void Stop()
     {
-        if (source_ != 0)
-            g_source_remove(std::exchange(source_, 0U));
+        if (m_source != 0) {
+            g_source_remove(std::exchange(m_source, 0U));
+        }
     }
 
-    bool IsPending() const { return source_ != 0; }
+    bool IsPending() const { return m_source != 0; }
 
 private:
-    guint source_ = 0;
+    guint m_source = 0;
 };
 
 } // namespace Simulator

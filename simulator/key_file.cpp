@@ -16,8 +16,9 @@ constexpr std::string_view blanks = " \t\r\v\f";
 std::string_view Trim(std::string_view text)
 {
     const auto begin = text.find_first_not_of(blanks);
-    if (begin == std::string_view::npos)
+    if (begin == std::string_view::npos) {
         return {};
+    }
     return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
@@ -48,8 +49,9 @@ std::optional<std::string> Unescape(std::string_view text)
             continue;
         }
         const char letter = ++i < text.size() ? Unescaped(text[i]) : '\0';
-        if (letter == '\0')
+        if (letter == '\0') {
             return std::nullopt;
+        }
         result += letter;
     }
     return result;
@@ -67,7 +69,7 @@ const KeyFile::Entry* KeyFile::Group::Find(std::string_view key) const
 KeyFile KeyFile::Read(const std::string& path, std::size_t limit)
 {
     KeyFile file;
-    file.path_ = path;
+    file.m_path = path;
     const std::string content = ReadTextFile(path, limit);
     std::string_view rest = content;
     for (std::size_t line = 1; !rest.empty(); ++line) {
@@ -80,43 +82,51 @@ KeyFile KeyFile::Read(const std::string& path, std::size_t limit)
 
 void KeyFile::ParseLine(std::string_view text, std::size_t line)
 {
-    if (text.empty() || text.front() == '#')
+    if (text.empty() || text.front() == '#') {
         return;
-    if (text.front() == '[')
+    }
+    if (text.front() == '[') {
         ParseGroup(text, line);
-    else
+    } else {
         ParseEntry(text, line);
+    }
 }
 
 void KeyFile::ParseGroup(std::string_view text, std::size_t line)
 {
     const std::string_view name = text.substr(1, text.size() - 2);
-    if (text.size() < 3 || text.back() != ']' || name.find_first_of("[]") != name.npos)
-        throw InputError(path_, line, "not a group: " + std::string(text));
-    groups_.push_back({std::string(name), line, {}});
+    if (text.size() < 3 || text.back() != ']' || name.find_first_of("[]") != name.npos) {
+        throw InputError(m_path, line, "not a group: " + std::string(text));
+    }
+    m_groups.push_back({std::string(name), line, {}});
 }
 
 void KeyFile::ParseEntry(std::string_view text, std::size_t line)
 {
     const auto equals = text.find('=');
-    if (equals == std::string_view::npos || equals == 0)
-        throw InputError(path_, line, "neither a group nor \"key=value\": " + std::string(text));
-    if (groups_.empty())
-        throw InputError(path_, line, "a key before the first group");
+    if (equals == std::string_view::npos || equals == 0) {
+        throw InputError(m_path, line, "neither a group nor \"key=value\": " + std::string(text));
+    }
+    if (m_groups.empty()) {
+        throw InputError(m_path, line, "a key before the first group");
+    }
     const std::string key(Trim(text.substr(0, equals)));
-    if (groups_.back().Find(key) != nullptr)
-        throw InputError(path_, line, "the key " + key + " stands twice in its group");
+    if (m_groups.back().Find(key) != nullptr) {
+        throw InputError(m_path, line, "the key " + key + " stands twice in its group");
+    }
     auto value = Unescape(Trim(text.substr(equals + 1)));
-    if (!value)
-        throw InputError(path_, line, "a backslash that is not one of \\s \\n \\t \\r \\\\");
-    groups_.back().entries.push_back({key, std::move(*value), line});
+    if (!value) {
+        throw InputError(m_path, line, "a backslash that is not one of \\s \\n \\t \\r \\\\");
+    }
+    m_groups.back().entries.push_back({key, std::move(*value), line});
 }
 
 const std::string& KeyFile::Require(const Group& group, std::string_view key) const
 {
-    if (const Entry* entry = group.Find(key))
+    if (const Entry* entry = group.Find(key)) {
         return entry->value;
-    throw InputError(path_, group.line,
+    }
+    throw InputError(m_path, group.line,
                      "the group [" + group.name + "] lacks the key " + std::string(key));
 }
 
@@ -125,8 +135,9 @@ void KeyFile::AllowOnly(const Group& group, const std::vector<std::string_view>&
 {
     for (const Entry& entry : group.entries) {
         const bool prefixed = !prefix.empty() && entry.key.starts_with(prefix);
-        if (!prefixed && std::find(keys.begin(), keys.end(), entry.key) == keys.end())
-            throw InputError(path_, entry.line, "unknown key " + entry.key);
+        if (!prefixed && std::find(keys.begin(), keys.end(), entry.key) == keys.end()) {
+            throw InputError(m_path, entry.line, "unknown key " + entry.key);
+        }
     }
 }
 
@@ -136,18 +147,19 @@ std::string FormatEntry(std::string_view key, std::string_view value)
     for (std::size_t i = 0; i < value.size(); ++i) {
         const char letter = value[i];
         const bool outer = i == 0 || i + 1 == value.size();
-        if (letter == '\\')
+        if (letter == '\\') {
             line += "\\\\";
-        else if (letter == '\n')
+        } else if (letter == '\n') {
             line += "\\n";
-        else if (letter == '\r')
+        } else if (letter == '\r') {
             line += "\\r";
-        else if (letter == '\t')
+        } else if (letter == '\t') {
             line += "\\t";
-        else if (letter == ' ' && outer)
+        } else if (letter == ' ' && outer) {
             line += "\\s";
-        else
+        } else {
             line += letter;
+        }
     }
     return line + "\n";
 }

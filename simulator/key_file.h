@@ -32,8 +32,8 @@ public:
     /// @throws InputError naming the line; std::system_error when the file cannot be read.
     static KeyFile Read(const std::string& path, std::size_t limit);
 
-    const std::string& Path() const { return path_; }
-    const std::vector<Group>& Groups() const { return groups_; }
+    const std::string& Path() const { return m_path; }
+    const std::vector<Group>& Groups() const { return m_groups; }
 
     /// The value of a key that must be there.
     const std::string& Require(const Group& group, std::string_view key) const;
@@ -47,8 +47,8 @@ private:
     void ParseGroup(std::string_view text, std::size_t line);
     void ParseEntry(std::string_view text, std::size_t line);
 
-    std::string path_;
-    std::vector<Group> groups_;
+    std::string m_path;
+    std::vector<Group> m_groups;
 };
 
 /// One line "key=value", the value escaped.

@@ -28,43 +28,49 @@ constexpr int exitNoCommand = 127;
 class Program
 {
 public:
-    explicit Program(const Options& options) : options_(options)
+    explicit Program(const Options& options) : m_options(options)
     {
-        for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
             g_unix_signal_add_full(G_PRIORITY_DEFAULT, number,
                                    number == SIGINT ? Interrupted : Terminated, this, nullptr);
+        }
     }
 
     int Run()
     {
-        if (!options_.scenario.empty())
-            scenario_.emplace(options_.scenario);
+        if (!m_options.scenario.empty()) {
+            m_scenario.emplace(m_options.scenario);
+        }
         Catalogue catalogue = Start();
-        return options_.privateBus ? RunCommand(std::move(catalogue)) : Serve(std::move(catalogue));
+        return m_options.privateBus ? RunCommand(std::move(catalogue))
+                                    : Serve(std::move(catalogue));
     }
 
 private:
     Catalogue Start()
     {
-        if (!options_.replay.empty()) {
-            Recording recording = ReadRecording(options_.replay);
-            events_ = std::move(recording.events);
+        if (!m_options.replay.empty()) {
+            Recording recording = ReadRecording(m_options.replay);
+            m_events = std::move(recording.events);
             return std::move(recording.snapshot);
         }
-        if (!options_.catalogue.empty())
-            return ReadCatalogue(options_.catalogue);
-        if (options_.packages != 0)
-            return MadeUpCatalogue(options_.packages, options_.dictionaryEntries);
+        if (!m_options.catalogue.empty()) {
+            return ReadCatalogue(m_options.catalogue);
+        }
+        if (m_options.packages != 0) {
+            return MadeUpCatalogue(m_options.packages, m_options.dictionaryEntries);
+        }
         return BuiltInCatalogue();
     }
 
     int Serve(Catalogue catalogue)
     {
-        Simulator simulator(options_, std::move(catalogue), {},
+        Simulator simulator(m_options, std::move(catalogue), {},
                             [this](int status) { Quit(status); });
         Open(simulator);
-        if (refused_)
+        if (m_refused) {
             return exitUsage;
+        }
         std::puts("ready");
         std::fflush(stdout);
         return Loop();
@@ -74,12 +80,14 @@ private:
     {
         const PrivateBus bus;
         // The command goes on when the simulator leaves the bus: that is what it may want to see.
-        Simulator simulator(options_, std::move(catalogue), bus.Address(), [](int) {});
+        Simulator simulator(m_options, std::move(catalogue), bus.Address(), [](int) {});
         Open(simulator);
-        if (refused_)
+        if (m_refused) {
             return exitUsage;
+        }
         try {
-            command_.emplace(options_.command, bus.Address(), [this](int status) { Quit(status); });
+            m_command.emplace(m_options.command, bus.Address(),
+                              [this](int status) { Quit(status); });
         } catch (const std::exception& error) {
             g_printerr("emporium-simulator: %s\n", error.what());
             return exitNoCommand;
@@ -89,69 +97,73 @@ private:
 
     void Open(Simulator& simulator)
     {
-        replay_.emplace(std::move(events_), options_.speed, simulator.Lists(),
-                        [&simulator](const std::string& name, const Variant& body) {
-                            simulator.Emit(name, body);
-                        });
-        simulator.Daemon().OnSnapshot([this] { replay_->Start(); });
+        m_replay.emplace(std::move(m_events), m_options.speed, simulator.Lists(),
+                         [&simulator](const std::string& name, const Variant& body) {
+                             simulator.Emit(name, body);
+                         });
+        simulator.Daemon().OnSnapshot([this] { m_replay->Start(); });
         simulator.TakeNames();
-        if (scenario_)
-            scenario_->Run(
+        if (m_scenario) {
+            m_scenario->Run(
                 [&simulator](const std::string& verb, GVariant* arguments) {
                     simulator.Verbs().Perform(verb, arguments);
                 },
                 [this](const std::string& message) { Refuse(message); });
+        }
     }
 
     void Refuse(const std::string& message)
     {
         g_printerr("emporium-simulator: %s\n", message.c_str());
-        refused_ = true;
-        if (command_)
-            command_->Signal(SIGTERM);
-        else
+        m_refused = true;
+        if (m_command) {
+            m_command->Signal(SIGTERM);
+        } else {
             Quit(exitUsage);
+        }
     }
 
     int Loop()
     {
-        if (!quit_)
-            g_main_loop_run(loop_.get());
+        if (!m_quit) {
+            g_main_loop_run(m_loop.get());
+        }
         // Both refer to the simulator, which goes before this object.
-        scenario_.reset();
-        replay_.reset();
-        return refused_ ? exitUsage : status_;
+        m_scenario.reset();
+        m_replay.reset();
+        return m_refused ? exitUsage : m_status;
     }
 
     void Quit(int status)
     {
-        status_ = status;
-        quit_ = true;
-        g_main_loop_quit(loop_.get());
+        m_status = status;
+        m_quit = true;
+        g_main_loop_quit(m_loop.get());
     }
 
     // A command gets the signal, and its end is ours.
     gboolean Stop(int number)
     {
-        if (command_)
-            command_->Signal(number);
-        else
+        if (m_command) {
+            m_command->Signal(number);
+        } else {
             Quit(0);
+        }
         return G_SOURCE_CONTINUE;
     }
 
     static gboolean Interrupted(gpointer data) { return static_cast<Program*>(data)->Stop(SIGINT); }
     static gboolean Terminated(gpointer data) { return static_cast<Program*>(data)->Stop(SIGTERM); }
 
-    const Options& options_;
-    LoopPtr loop_{g_main_loop_new(nullptr, FALSE)};
-    std::optional<Scenario> scenario_;
-    std::vector<RecordedEvent> events_;
-    std::optional<Replay> replay_;
-    std::optional<Command> command_;
-    bool refused_ = false;
-    int status_ = 0;
-    bool quit_ = false;
+    const Options& m_options;
+    LoopPtr m_loop{g_main_loop_new(nullptr, FALSE)};
+    std::optional<Scenario> m_scenario;
+    std::vector<RecordedEvent> m_events;
+    std::optional<Replay> m_replay;
+    std::optional<Command> m_command;
+    bool m_refused = false;
+    int m_status = 0;
+    bool m_quit = false;
 };
 
 int Main(int argc, char** argv)

@@ -21,63 +21,65 @@ std::int32_t StatusOfStep(unsigned step, unsigned steps)
 } // namespace
 
 OperationQueue::OperationQueue(Store& store, Pace pace, EmitSignal emit)
-    : store_(store), pace_(pace), emit_(std::move(emit))
+    : m_store(store), m_pace(pace), m_emit(std::move(emit))
 {
 }
 
 Operation OperationQueue::Install(const std::string& path)
 {
-    PackageFile file = CheckPackageFile(path, store_.Lists());
-    const bool installed = store_.FindPackage(file.id) != nullptr;
+    PackageFile file = CheckPackageFile(path, m_store.Lists());
+    const bool installed = m_store.FindPackage(file.id) != nullptr;
     const std::string id = file.id;
     return Add(installed ? OperationType::Upgrade : OperationType::Install, id, std::move(file));
 }
 
 Operation OperationQueue::Remove(const std::string& id)
 {
-    if (store_.FindPackage(id) == nullptr)
+    if (m_store.FindPackage(id) == nullptr) {
         throw BusError(ErrorCode::PackageNotExist);
+    }
     return Add(OperationType::Remove, id, std::nullopt);
 }
 
 void OperationQueue::FailNext(const std::string& package, std::int32_t error)
 {
-    failures_[package] = error;
+    m_failures[package] = error;
 }
 
 void OperationQueue::Clear()
 {
-    timer_.Stop();
-    jobs_.clear();
-    failures_.clear();
+    m_timer.Stop();
+    m_jobs.clear();
+    m_failures.clear();
 }
 
 Operation OperationQueue::Add(OperationType type, const std::string& package,
                               std::optional<PackageFile> file)
 {
     const Operation operation = {NewUuid(), package, static_cast<std::int32_t>(type), 0, 0};
-    jobs_.push_back({operation, std::move(file)});
-    store_.PutActive(operation);
+    m_jobs.push_back({operation, std::move(file)});
+    m_store.PutActive(operation);
     Schedule();
     return operation;
 }
 
 void OperationQueue::Schedule()
 {
-    if (!jobs_.empty() && !timer_.IsPending())
-        timer_.Start(pace_.stepMilliseconds, [this] { Step(); });
+    if (!m_jobs.empty() && !m_timer.IsPending()) {
+        m_timer.Start(m_pace.stepMilliseconds, [this] { Step(); });
+    }
 }
 
 void OperationQueue::Step()
 {
-    Job& job = jobs_.front();
-    if (job.stepsDone < pace_.steps) {
-        job.operation.status = StatusOfStep(job.stepsDone++, pace_.steps);
-        store_.PutActive(job.operation);
+    Job& job = m_jobs.front();
+    if (job.stepsDone < m_pace.steps) {
+        job.operation.status = StatusOfStep(job.stepsDone++, m_pace.steps);
+        m_store.PutActive(job.operation);
         Announce(job.operation);
     } else {
         Job last = std::move(job);
-        jobs_.pop_front();
+        m_jobs.pop_front();
         Finish(std::move(last));
     }
     Schedule();
@@ -88,14 +90,16 @@ void OperationQueue::Finish(Job job)
     job.operation.status = statusDone;
     job.operation.error = TakeFailure(job.operation.package);
     try {
-        if (job.operation.error == 0)
+        if (job.operation.error == 0) {
             Apply(job);
+        }
     } catch (const BusError& error) {
         job.operation.error = static_cast<std::int32_t>(Common::FindError(error.Name()).code);
     }
-    if (job.operation.error != 0)
+    if (job.operation.error != 0) {
         job.operation.status = statusFailed;
-    store_.PutCompleted(job.operation);
+    }
+    m_store.PutCompleted(job.operation);
     Announce(job.operation);
 }
 
@@ -103,29 +107,31 @@ void OperationQueue::Finish(Job job)
 void OperationQueue::Apply(const Job& job)
 {
     if (!job.file) {
-        if (!store_.RemovePackage(job.operation.package))
+        if (!m_store.RemovePackage(job.operation.package)) {
             throw BusError(ErrorCode::PackageNotExist);
+        }
         const Variant id(g_variant_new_string(job.operation.package.c_str()));
-        emit_("PackageRemoved", Body(id));
+        m_emit("PackageRemoved", Body(id));
         return;
     }
-    CheckAgainstInstalled(*job.file, store_.Lists());
+    CheckAgainstInstalled(*job.file, m_store.Lists());
     const Package package = ToPackage(*job.file);
-    const bool upgraded = store_.PutPackage(package);
-    emit_(upgraded ? "PackageUpgraded" : "PackageInstalled", Body(ToVariant(package)));
+    const bool upgraded = m_store.PutPackage(package);
+    m_emit(upgraded ? "PackageUpgraded" : "PackageInstalled", Body(ToVariant(package)));
 }
 
 void OperationQueue::Announce(const Operation& operation)
 {
-    emit_("OperationStatusChanged", Body(ToVariant(operation)));
+    m_emit("OperationStatusChanged", Body(ToVariant(operation)));
 }
 
 std::int32_t OperationQueue::TakeFailure(const std::string& package)
 {
-    auto found = failures_.find(package);
-    if (found == failures_.end())
-        found = failures_.find({});
-    return found != failures_.end() ? failures_.extract(found).mapped() : 0;
+    auto found = m_failures.find(package);
+    if (found == m_failures.end()) {
+        found = m_failures.find({});
+    }
+    return found != m_failures.end() ? m_failures.extract(found).mapped() : 0;
 }
 
 } // namespace Simulator

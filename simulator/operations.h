@@ -52,12 +52,12 @@ private:
     void Announce(const Operation& operation);
     std::int32_t TakeFailure(const std::string& package);
 
-    Store& store_;
-    Pace pace_;
-    EmitSignal emit_;
-    std::deque<Job> jobs_;
-    std::map<std::string, std::int32_t> failures_;
-    Timer timer_;
+    Store& m_store;
+    Pace m_pace;
+    EmitSignal m_emit;
+    std::deque<Job> m_jobs;
+    std::map<std::string, std::int32_t> m_failures;
+    Timer m_timer;
 };
 
 } // namespace Simulator

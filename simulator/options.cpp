@@ -30,8 +30,9 @@ struct Texts
     ~Texts()
     {
         for (char* text : {catalogue, state, scenario, replay, makePackage, id, version,
-                           architecture, developer, subgroup})
+                           architecture, developer, subgroup}) {
             g_free(text);
+        }
         g_strfreev(rest);
     }
 
@@ -66,8 +67,9 @@ std::string Text(const char* text)
 
 unsigned NotNegative(const char* option, int number)
 {
-    if (number < 0)
+    if (number < 0) {
         throw UsageError(std::string(option) + " takes a number that is not negative");
+    }
     return static_cast<unsigned>(number);
 }
 
@@ -116,27 +118,32 @@ void Parse(int argc, char** argv, Texts& texts, Numbers& numbers)
     // Without this, an option of the command before "--" would be taken for one of ours.
     g_option_context_set_strict_posix(context.get(), TRUE);
     ErrorSlot error;
-    if (g_option_context_parse(context.get(), &argc, &argv, &error) == FALSE)
+    if (g_option_context_parse(context.get(), &argc, &argv, &error) == FALSE) {
         throw UsageError(error.Message());
+    }
 }
 
 std::vector<std::string> Command(char** rest)
 {
     std::vector<std::string> command;
-    for (char** text = rest; text != nullptr && *text != nullptr; ++text)
+    for (char** text = rest; text != nullptr && *text != nullptr; ++text) {
         command.emplace_back(*text);
+    }
     // The option parser leaves the separator where it is the first of the rest.
-    if (!command.empty() && command.front() == "--")
+    if (!command.empty() && command.front() == "--") {
         command.erase(command.begin());
+    }
     return command;
 }
 
 PackageFile PackageToWrite(const Texts& texts, const Numbers& numbers)
 {
-    if (texts.id == nullptr || texts.version == nullptr)
+    if (texts.id == nullptr || texts.version == nullptr) {
         throw UsageError("--make-package needs --id and --version");
-    if (numbers.payload < 0)
+    }
+    if (numbers.payload < 0) {
         throw UsageError("--payload takes a number that is not negative");
+    }
     return {texts.id,
             texts.version,
             texts.architecture != nullptr ? texts.architecture : "noarch",
@@ -147,17 +154,22 @@ PackageFile PackageToWrite(const Texts& texts, const Numbers& numbers)
 
 void Check(const Options& options)
 {
-    if (options.privateBus && options.command.empty())
+    if (options.privateBus && options.command.empty()) {
         throw UsageError("--private-bus needs a command: --private-bus -- COMMAND");
-    if (!options.privateBus && !options.command.empty())
+    }
+    if (!options.privateBus && !options.command.empty()) {
         throw UsageError("unexpected argument: " + options.command.front());
-    if (options.packages != 0 && !options.catalogue.empty())
+    }
+    if (options.packages != 0 && !options.catalogue.empty()) {
         throw UsageError("--packages and --catalogue exclude each other");
+    }
     if (!options.replay.empty() &&
-        (!options.catalogue.empty() || options.packages != 0 || !options.state.empty()))
+        (!options.catalogue.empty() || options.packages != 0 || !options.state.empty())) {
         throw UsageError("--replay brings its own catalogue and keeps no state");
-    if (!(options.speed > 0.0 && options.speed < 1e9))
+    }
+    if (!(options.speed > 0.0 && options.speed < 1e9)) {
         throw UsageError("--speed takes a number greater than 0");
+    }
 }
 
 } // namespace
@@ -181,8 +193,9 @@ Options ParseOptions(int argc, char** argv)
     options.privateBus = numbers.privateBus != FALSE;
     options.command = Command(texts.rest);
     options.makePackage = Text(texts.makePackage);
-    if (!options.makePackage.empty())
+    if (!options.makePackage.empty()) {
         options.package = PackageToWrite(texts, numbers);
+    }
     Check(options);
     return options;
 }

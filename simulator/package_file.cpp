@@ -27,16 +27,18 @@ std::uint64_t ReadPayloadSize(const KeyFile& file, const KeyFile::Group& group)
     const KeyFile::Entry* entry = group.Find("PayloadSize");
     guint64 size = 0;
     if (entry != nullptr && g_ascii_string_to_unsigned(entry->value.c_str(), 10, 0, G_MAXUINT64,
-                                                       &size, nullptr) == FALSE)
+                                                       &size, nullptr) == FALSE) {
         throw InputError(file.Path(), entry->line, "not a size: " + entry->value);
+    }
     return size;
 }
 
 PackageFile Read(const std::string& path)
 {
     const KeyFile file = KeyFile::Read(path, largestPackageFile);
-    if (file.Groups().size() != 1 || file.Groups().front().name != "Package")
+    if (file.Groups().size() != 1 || file.Groups().front().name != "Package") {
         throw InputError(path, 0, "a package file has the one group [Package]");
+    }
     const KeyFile::Group& group = file.Groups().front();
     file.AllowOnly(group,
                    {"Id", "Version", "Architecture", "Developer", "Subgroup", "PayloadSize"});
@@ -75,19 +77,23 @@ void WritePackageFile(const std::string& path, const PackageFile& package)
         FormatEntry("PayloadSize", std::to_string(package.payloadSize));
     ErrorSlot error;
     if (g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &error) ==
-        FALSE)
+        FALSE) {
         throw std::runtime_error(error.Message());
+    }
 }
 
 PackageFile CheckPackageFile(const std::string& path, const Catalogue& catalogue)
 {
     PackageFile package = ReadOrRefuse(path);
-    if (!IsPackageId(package.id))
+    if (!IsPackageId(package.id)) {
         throw BusError(ErrorCode::BadPackageID);
-    if (!IsPackageVersion(package.version))
+    }
+    if (!IsPackageVersion(package.version)) {
         throw BusError(ErrorCode::BadPackageVersion);
-    if (package.architecture != "noarch" && package.architecture != catalogue.architecture)
+    }
+    if (package.architecture != "noarch" && package.architecture != catalogue.architecture) {
         throw BusError(ErrorCode::BadPackageArchitecture);
+    }
     CheckAgainstInstalled(package, catalogue);
     return package;
 }
@@ -97,15 +103,19 @@ void CheckAgainstInstalled(const PackageFile& package, const Catalogue& catalogu
     const auto installed =
         std::find_if(catalogue.packages.begin(), catalogue.packages.end(),
                      [&package](const Package& other) { return other.id == package.id; });
-    if (installed == catalogue.packages.end())
+    if (installed == catalogue.packages.end()) {
         return;
-    if (installed->developer != package.developer)
+    }
+    if (installed->developer != package.developer) {
         throw BusError(ErrorCode::DeveloperMismatch);
+    }
     const int order = CompareVersions(package.version, installed->version);
-    if (order < 0)
+    if (order < 0) {
         throw BusError(ErrorCode::DowngradeAttempt);
-    if (order == 0)
+    }
+    if (order == 0) {
         throw BusError(ErrorCode::SamePackageIsInstalled);
+    }
 }
 
 Package ToPackage(const PackageFile& file)

@@ -31,8 +31,9 @@ int CompareNumbers(std::string_view left, std::string_view right)
 {
     left = WithoutZeros(left);
     right = WithoutZeros(right);
-    if (left.size() != right.size())
+    if (left.size() != right.size()) {
         return left.size() < right.size() ? -1 : 1;
+    }
     return left.compare(right);
 }
 
@@ -43,8 +44,9 @@ int CompareDotted(std::string_view left, std::string_view right)
         const std::string_view second = TakeComponent(right);
         const int order = IsNumber(first) && IsNumber(second) ? CompareNumbers(first, second)
                                                               : first.compare(second);
-        if (order != 0)
+        if (order != 0) {
             return order;
+        }
     }
     return static_cast<int>(!left.empty()) - static_cast<int>(!right.empty());
 }
@@ -75,13 +77,15 @@ int CompareVersions(const std::string& left, const std::string& right)
     const auto number = [](const std::string& version) {
         return std::string_view(version).substr(0, version.find('-'));
     };
-    if (const int order = CompareDotted(number(left), number(right)); order != 0)
+    if (const int order = CompareDotted(number(left), number(right)); order != 0) {
         return order;
+    }
     const std::string_view first = Suffix(left);
     const std::string_view second = Suffix(right);
     // 1.0-rc1 comes before 1.0.
-    if (first.empty() != second.empty())
+    if (first.empty() != second.empty()) {
         return first.empty() ? 1 : -1;
+    }
     return CompareDotted(first, second);
 }
 
@@ -89,22 +93,25 @@ Variant ParseBusValue(const std::string& text)
 {
     ErrorSlot error;
     const Variant value(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error));
-    if (!value)
+    if (!value) {
         throw std::invalid_argument("not a value in GVariant text format (" + error.Message() +
                                     "): " + text.substr(0, 200));
+    }
     const std::string_view type = g_variant_get_type_string(value.Get());
     const bool emptyTuple = type != "()" && type.find("()") != std::string_view::npos;
-    if (type.find('m') != std::string_view::npos || emptyTuple)
+    if (type.find('m') != std::string_view::npos || emptyTuple) {
         throw std::invalid_argument("a value of the type " + std::string(type) +
                                     " cannot travel on the bus");
+    }
     return value;
 }
 
 Variant ParseBody(const std::string& text)
 {
     Variant body = ParseBusValue(text.empty() ? "()" : text);
-    if (g_variant_is_of_type(body.Get(), G_VARIANT_TYPE_TUPLE) == FALSE)
+    if (g_variant_is_of_type(body.Get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
         throw std::invalid_argument("a body is a tuple, such as ('one',): " + text.substr(0, 200));
+    }
     return body;
 }
 

@@ -40,8 +40,9 @@ std::string NewDirectory()
 {
     ErrorSlot error;
     const TextPtr path(g_dir_make_tmp("emporium-bus-XXXXXX", &error));
-    if (!path)
+    if (!path) {
         throw std::runtime_error(error.Message());
+    }
     return path.get();
 }
 
@@ -57,50 +58,53 @@ std::string ReadLine(GSubprocess* process)
     const ObjectPtr<GDataInputStream> stream(
         g_data_input_stream_new(g_subprocess_get_stdout_pipe(process)));
     const TextPtr line(g_data_input_stream_read_line_utf8(stream.get(), nullptr, nullptr, &error));
-    if (!line)
+    if (!line) {
         throw std::runtime_error("the private bus does not start");
+    }
     return line.get();
 }
 
 } // namespace
 
-PrivateBus::PrivateBus() : directory_(NewDirectory())
+PrivateBus::PrivateBus() : m_directory(NewDirectory())
 {
     try {
         Start();
     } catch (...) {
         std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
+        std::filesystem::remove_all(m_directory, ignored);
         throw;
     }
 }
 
 void PrivateBus::Start()
 {
-    const std::string file = directory_ + "/bus.conf";
-    const std::string text = Configuration(directory_);
+    const std::string file = m_directory + "/bus.conf";
+    const std::string text = Configuration(m_directory);
     ErrorSlot error;
-    if (g_file_set_contents(file.c_str(), text.c_str(), -1, &error) == FALSE)
+    if (g_file_set_contents(file.c_str(), text.c_str(), -1, &error) == FALSE) {
         throw std::runtime_error(error.Message());
+    }
     // Its standard error is dropped: the bus complains there about limits that it cannot raise.
     const auto flags = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
                                                      G_SUBPROCESS_FLAGS_STDERR_SILENCE);
     const ObjectPtr<GSubprocessLauncher> launcher(g_subprocess_launcher_new(flags));
     g_subprocess_launcher_set_child_setup(launcher.get(), DieWithParent, nullptr, nullptr);
-    process_.reset(g_subprocess_launcher_spawn(launcher.get(), &error, "dbus-daemon", "--nofork",
-                                               "--nopidfile", "--print-address=1",
-                                               ("--config-file=" + file).c_str(), nullptr));
-    if (!process_)
+    m_process.reset(g_subprocess_launcher_spawn(launcher.get(), &error, "dbus-daemon", "--nofork",
+                                                "--nopidfile", "--print-address=1",
+                                                ("--config-file=" + file).c_str(), nullptr));
+    if (!m_process) {
         throw std::runtime_error("cannot start dbus-daemon: " + error.Message());
-    address_ = ReadLine(process_.get());
+    }
+    m_address = ReadLine(m_process.get());
 }
 
 PrivateBus::~PrivateBus()
 {
-    g_subprocess_send_signal(process_.get(), SIGTERM);
-    g_subprocess_wait(process_.get(), nullptr, nullptr);
+    g_subprocess_send_signal(m_process.get(), SIGTERM);
+    g_subprocess_wait(m_process.get(), nullptr, nullptr);
     std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
+    std::filesystem::remove_all(m_directory, ignored);
 }
 
 } // namespace Simulator

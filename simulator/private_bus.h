@@ -18,14 +18,14 @@ public:
     PrivateBus& operator=(const PrivateBus&) = delete;
     ~PrivateBus();
 
-    const std::string& Address() const { return address_; }
+    const std::string& Address() const { return m_address; }
 
 private:
     void Start();
 
-    std::string directory_;
-    std::string address_;
-    ObjectPtr<GSubprocess> process_;
+    std::string m_directory;
+    std::string m_address;
+    ObjectPtr<GSubprocess> m_process;
 };
 
 } // namespace Simulator

@@ -22,20 +22,23 @@ constexpr double longestOffset = 4e12;
 std::string Text(const Json& object, const char* key)
 {
     std::string text = object.at(key).get<std::string>();
-    if (text.find('\0') != std::string::npos)
+    if (text.find('\0') != std::string::npos) {
         throw std::invalid_argument(std::string("a zero byte in ") + key);
+    }
     return text;
 }
 
 std::int32_t Number(const Json& object, const char* key)
 {
     const Json& value = object.at(key);
-    if (!value.is_number_integer())
+    if (!value.is_number_integer()) {
         throw std::invalid_argument(std::string(key) + " is not a whole number");
+    }
     const bool huge = value.is_number_unsigned() && value.get<std::uint64_t>() > G_MAXINT32;
     const auto number = huge ? std::int64_t{G_MAXINT64} : value.get<std::int64_t>();
-    if (number < G_MININT32 || number > G_MAXINT32)
+    if (number < G_MININT32 || number > G_MAXINT32) {
         throw std::invalid_argument(std::string(key) + " does not fit 32 bits");
+    }
     return static_cast<std::int32_t>(number);
 }
 
@@ -57,22 +60,27 @@ Operation ReadOperation(const Json& object)
 const Json& List(const Json& object, const char* key)
 {
     const Json& list = object.at(key);
-    if (!list.is_array())
+    if (!list.is_array()) {
         throw std::invalid_argument(std::string(key) + " is not a list");
+    }
     return list;
 }
 
 Catalogue ReadSnapshot(const Json& object)
 {
-    if (Text(object, "type") != "snapshot")
+    if (Text(object, "type") != "snapshot") {
         throw std::invalid_argument("a recording begins with its snapshot");
+    }
     Catalogue snapshot = {Text(object, "architecture"), Text(object, "version"), {}, {}, {}};
-    for (const Json& package : List(object, "packages"))
+    for (const Json& package : List(object, "packages")) {
         snapshot.packages.push_back(ReadPackage(package));
-    for (const Json& operation : List(object, "active"))
+    }
+    for (const Json& operation : List(object, "active")) {
         snapshot.active.push_back(ReadOperation(operation));
-    for (const Json& operation : List(object, "completed"))
+    }
+    for (const Json& operation : List(object, "completed")) {
         snapshot.completed.push_back(ReadOperation(operation));
+    }
     return snapshot;
 }
 
@@ -84,32 +92,36 @@ std::string RemovedId(const Json& package)
 
 RecordedEvent ReadEvent(const Json& object)
 {
-    if (Text(object, "type") != "event")
+    if (Text(object, "type") != "event") {
         throw std::invalid_argument("neither a snapshot nor an event");
+    }
     RecordedEvent event;
     event.offsetMilliseconds = object.at("offset_ms").get<double>();
-    if (!(event.offsetMilliseconds >= 0 && event.offsetMilliseconds < longestOffset))
+    if (!(event.offsetMilliseconds >= 0 && event.offsetMilliseconds < longestOffset)) {
         throw std::invalid_argument("offset_ms is out of range");
+    }
     const std::string name = Text(object, "event");
-    if (name == "OperationStatusChanged")
+    if (name == "OperationStatusChanged") {
         event.content = ReadOperation(object.at("operation"));
-    else if (name == "PackageInstalled" || name == "PackageUpgraded")
+    } else if (name == "PackageInstalled" || name == "PackageUpgraded") {
         event.content =
             PackageArrival{ReadPackage(object.at("package")), name == "PackageUpgraded"};
-    else if (name == "PackageRemoved")
+    } else if (name == "PackageRemoved") {
         event.content = PackageRemoval{RemovedId(object.at("package"))};
-    else
+    } else {
         throw std::invalid_argument("unknown event " + name);
+    }
     return event;
 }
 
 void ReadLine(const std::string& text, std::size_t line, Recording& recording)
 {
     const Json object = Json::parse(text);
-    if (line == 1)
+    if (line == 1) {
         recording.snapshot = ReadSnapshot(object);
-    else
+    } else {
         recording.events.push_back(ReadEvent(object));
+    }
 }
 
 } // namespace
@@ -128,8 +140,9 @@ Recording ReadRecording(const std::string& path)
             throw InputError(path, line, error.what());
         }
     }
-    if (line == 0)
+    if (line == 0) {
         throw InputError(path, 1, "an empty recording");
+    }
     return recording;
 }
 

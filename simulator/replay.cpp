@@ -6,27 +6,29 @@
 namespace Simulator {
 
 Replay::Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit)
-    : events_(std::move(events)), speed_(speed), store_(store), emit_(std::move(emit))
+    : m_events(std::move(events)), m_speed(speed), m_store(store), m_emit(std::move(emit))
 {
 }
 
 void Replay::Start()
 {
-    if (startMicroseconds_ != 0)
+    if (m_startMicroseconds != 0) {
         return;
-    startMicroseconds_ = g_get_monotonic_time();
+    }
+    m_startMicroseconds = g_get_monotonic_time();
     ScheduleNext();
 }
 
 void Replay::ScheduleNext()
 {
-    if (next_ == events_.size())
+    if (m_next == m_events.size()) {
         return;
-    const double due = events_[next_].offsetMilliseconds / speed_;
-    const double now = static_cast<double>(g_get_monotonic_time() - startMicroseconds_) / 1000.0;
+    }
+    const double due = m_events[m_next].offsetMilliseconds / m_speed;
+    const double now = static_cast<double>(g_get_monotonic_time() - m_startMicroseconds) / 1000.0;
     const double wait = std::clamp(due - now, 0.0, double{G_MAXINT32});
-    timer_.Start(static_cast<guint>(wait), [this] {
-        Play(events_[next_++]);
+    m_timer.Start(static_cast<guint>(wait), [this] {
+        Play(m_events[m_next++]);
         ScheduleNext();
     });
 }
@@ -38,24 +40,25 @@ void Replay::Play(const RecordedEvent& event)
 
 void Replay::Play(const Operation& operation)
 {
-    if (operation.status == statusDone || operation.status == statusFailed)
-        store_.PutCompleted(operation);
-    else
-        store_.PutActive(operation);
-    emit_("OperationStatusChanged", Body(ToVariant(operation)));
+    if (operation.status == statusDone || operation.status == statusFailed) {
+        m_store.PutCompleted(operation);
+    } else {
+        m_store.PutActive(operation);
+    }
+    m_emit("OperationStatusChanged", Body(ToVariant(operation)));
 }
 
 void Replay::Play(const PackageArrival& arrival)
 {
-    store_.PutPackage(arrival.package);
-    emit_(arrival.upgrade ? "PackageUpgraded" : "PackageInstalled",
-          Body(ToVariant(arrival.package)));
+    m_store.PutPackage(arrival.package);
+    m_emit(arrival.upgrade ? "PackageUpgraded" : "PackageInstalled",
+           Body(ToVariant(arrival.package)));
 }
 
 void Replay::Play(const PackageRemoval& removal)
 {
-    store_.RemovePackage(removal.id);
-    emit_("PackageRemoved", Body(Variant(g_variant_new_string(removal.id.c_str()))));
+    m_store.RemovePackage(removal.id);
+    m_emit("PackageRemoved", Body(Variant(g_variant_new_string(removal.id.c_str()))));
 }
 
 } // namespace Simulator

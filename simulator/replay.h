@@ -23,13 +23,13 @@ private:
     void Play(const PackageArrival& arrival);
     void Play(const PackageRemoval& removal);
 
-    std::vector<RecordedEvent> events_;
-    double speed_;
-    Store& store_;
-    EmitSignal emit_;
-    std::size_t next_ = 0;
-    gint64 startMicroseconds_ = 0;
-    Timer timer_;
+    std::vector<RecordedEvent> m_events;
+    double m_speed;
+    Store& m_store;
+    EmitSignal m_emit;
+    std::size_t m_next = 0;
+    gint64 m_startMicroseconds = 0;
+    Timer m_timer;
 };
 
 } // namespace Simulator

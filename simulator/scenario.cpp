@@ -24,17 +24,20 @@ struct ArgumentTypes
 
 std::optional<ArgumentTypes> TypesOf(const std::string& verb)
 {
-    if (verb == waitVerb)
+    if (verb == waitVerb) {
         return ArgumentTypes{"(u)", 1};
+    }
     static const NodeInfoPtr node(g_dbus_node_info_new_for_xml(controlIntrospection, nullptr));
     const GDBusMethodInfo* method =
         g_dbus_interface_info_lookup_method(node->interfaces[0], verb.c_str());
-    if (method == nullptr)
+    if (method == nullptr) {
         return std::nullopt;
+    }
     ArgumentTypes types = {"(", 0};
     for (GDBusArgInfo** argument = method->in_args; argument != nullptr && *argument != nullptr;
-         ++argument, ++types.count)
+         ++argument, ++types.count) {
         types.tuple += (*argument)->signature;
+    }
     types.tuple += ")";
     return types;
 }
@@ -50,56 +53,60 @@ Variant ParseArguments(const ArgumentTypes& types, const std::string& text, Erro
 
 } // namespace
 
-Scenario::Scenario(const std::string& path) : path_(path)
+Scenario::Scenario(const std::string& path) : m_path(path)
 {
     std::istringstream content(ReadTextFile(path, largestScenario));
     std::string text;
-    for (std::size_t line = 1; std::getline(content, text); ++line)
+    for (std::size_t line = 1; std::getline(content, text); ++line) {
         ParseLine(text, line);
+    }
 }
 
 void Scenario::ParseLine(const std::string& text, std::size_t line)
 {
     constexpr const char* blanks = " \t\r";
     const auto begin = text.find_first_not_of(blanks);
-    if (begin == std::string::npos || text[begin] == '#')
+    if (begin == std::string::npos || text[begin] == '#') {
         return;
+    }
     const auto end = std::min(text.find_first_of(blanks, begin), text.size());
     const std::string verb = text.substr(begin, end - begin);
     const auto types = TypesOf(verb);
-    if (!types)
-        throw InputError(path_, line, "unknown verb " + verb);
+    if (!types) {
+        throw InputError(m_path, line, "unknown verb " + verb);
+    }
     ErrorSlot error;
     Variant arguments = ParseArguments(*types, text.substr(end), error);
-    if (!arguments)
-        throw InputError(path_, line,
+    if (!arguments) {
+        throw InputError(m_path, line,
                          verb + " takes arguments of the types " + types->tuple + " (" +
                              error.Message() + ")");
-    steps_.push_back({line, verb, std::move(arguments)});
+    }
+    m_steps.push_back({line, verb, std::move(arguments)});
 }
 
 void Scenario::Run(Perform perform, Failed failed)
 {
-    perform_ = std::move(perform);
-    failed_ = std::move(failed);
+    m_perform = std::move(perform);
+    m_failed = std::move(failed);
     Continue();
 }
 
 void Scenario::Continue()
 {
-    while (next_ < steps_.size()) {
-        const ScenarioStep& step = steps_[next_++];
+    while (m_next < m_steps.size()) {
+        const ScenarioStep& step = m_steps[m_next++];
         if (step.verb == waitVerb) {
             guint32 milliseconds = 0;
             g_variant_get(step.arguments.Get(), "(u)", &milliseconds);
-            timer_.Start(milliseconds, [this] { Continue(); });
+            m_timer.Start(milliseconds, [this] { Continue(); });
             return;
         }
         try {
-            perform_(step.verb, step.arguments.Get());
+            m_perform(step.verb, step.arguments.Get());
         } catch (const std::exception& error) {
-            next_ = steps_.size();
-            failed_(InputError(path_, step.line, error.what()).what());
+            m_next = m_steps.size();
+            m_failed(InputError(m_path, step.line, error.what()).what());
         }
     }
 }

@@ -37,12 +37,12 @@ private:
     void ParseLine(const std::string& text, std::size_t line);
     void Continue();
 
-    std::string path_;
-    std::vector<ScenarioStep> steps_;
-    std::size_t next_ = 0;
-    Perform perform_;
-    Failed failed_;
-    Timer timer_;
+    std::string m_path;
+    std::vector<ScenarioStep> m_steps;
+    std::size_t m_next = 0;
+    Perform m_perform;
+    Failed m_failed;
+    Timer m_timer;
 };
 
 } // namespace Simulator

@@ -8,38 +8,38 @@
 namespace Simulator {
 
 Simulator::Simulator(const Options& options, Catalogue catalogue, const std::string& busAddress,
-                     std::function<void(int status)> gone)
-    : bus_(busAddress), store_(std::move(catalogue), options.state),
-      operations_(store_, options.pace,
-                  [this](const std::string& name, const Variant& body) { Emit(name, body); }),
-      daemon_(bus_, store_, operations_, faults_,
-              [this, gone] {
-                  operations_.Clear();
-                  bus_.Close();
-                  gone(0);
-              }),
-      control_(bus_, store_, operations_, faults_, daemon_)
+                     const std::function<void(int status)>& gone)
+    : m_bus(busAddress), m_store(std::move(catalogue), options.state),
+      m_operations(m_store, options.pace,
+                   [this](const std::string& name, const Variant& body) { Emit(name, body); }),
+      m_daemon(m_bus, m_store, m_operations, m_faults,
+               [this, gone] {
+                   m_operations.Clear();
+                   m_bus.Close();
+                   gone(0);
+               }),
+      m_control(m_bus, m_store, m_operations, m_faults, m_daemon)
 {
-    bus_.OnLost([gone] {
+    m_bus.OnLost([gone] {
         g_printerr("emporium-simulator: the bus is gone\n");
         gone(1);
     });
 }
 
-// Called from the main loop, where nobody could catch: once the simulator has left the bus, its
-// operations go on without being heard.
+// Called from the main loop, where nobody could catch.
 void Simulator::Emit(const std::string& name, const Variant& body)
 {
     try {
-        bus_.Emit({.name = name}, body);
+        m_bus.Emit({.name = name}, body);
     } catch (const BusError&) {
+        return; // Off the bus; the operations continue unheard.
     }
 }
 
 void Simulator::TakeNames()
 {
-    bus_.Own(controlName);
-    bus_.Own(daemonName);
+    m_bus.Own(controlName);
+    m_bus.Own(daemonName);
 }
 
 } // namespace Simulator

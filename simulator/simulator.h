@@ -20,22 +20,22 @@ public:
     /// @param gone called when the simulator has left the bus by itself
     /// @throws std::runtime_error when the bus refuses
     Simulator(const Options& options, Catalogue catalogue, const std::string& busAddress,
-              std::function<void(int status)> gone);
+              const std::function<void(int status)>& gone);
 
-    Store& Lists() { return store_; }
-    Control& Verbs() { return control_; }
-    DaemonService& Daemon() { return daemon_; }
+    Store& Lists() { return m_store; }
+    Control& Verbs() { return m_control; }
+    DaemonService& Daemon() { return m_daemon; }
     void Emit(const std::string& name, const Variant& body);
 
     void TakeNames();
 
 private:
-    Bus bus_;
-    Store store_;
-    Faults faults_;
-    OperationQueue operations_;
-    DaemonService daemon_;
-    Control control_;
+    Bus m_bus;
+    Store m_store;
+    Faults m_faults;
+    OperationQueue m_operations;
+    DaemonService m_daemon;
+    Control m_control;
 };
 
 } // namespace Simulator

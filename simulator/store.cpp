@@ -21,47 +21,52 @@ auto HasUuid(const std::string& uuid)
 
 std::string PrepareState(const std::string& directory)
 {
-    if (directory.empty())
+    if (directory.empty()) {
         return {};
-    if (g_mkdir_with_parents(directory.c_str(), 0700) != 0)
+    }
+    if (g_mkdir_with_parents(directory.c_str(), 0700) != 0) {
         throw std::runtime_error("cannot create the state directory " + directory);
+    }
     return directory + "/state.catalogue";
 }
 
 } // namespace
 
 Store::Store(Catalogue catalogue, const std::string& stateDirectory)
-    : initial_(std::move(catalogue)), lists_(initial_), statePath_(PrepareState(stateDirectory))
+    : m_initial(std::move(catalogue)), m_lists(m_initial), m_statePath(PrepareState(stateDirectory))
 {
-    if (!statePath_.empty() && g_file_test(statePath_.c_str(), G_FILE_TEST_EXISTS) != FALSE)
-        lists_ = ReadCatalogue(statePath_);
+    if (!m_statePath.empty() && g_file_test(m_statePath.c_str(), G_FILE_TEST_EXISTS) != FALSE) {
+        m_lists = ReadCatalogue(m_statePath);
+    }
 }
 
 const Package* Store::FindPackage(const std::string& id) const
 {
-    const auto found = std::find_if(lists_.packages.begin(), lists_.packages.end(), HasId(id));
-    return found != lists_.packages.end() ? &*found : nullptr;
+    const auto found = std::find_if(m_lists.packages.begin(), m_lists.packages.end(), HasId(id));
+    return found != m_lists.packages.end() ? &*found : nullptr;
 }
 
 bool Store::PutPackage(Package package)
 {
     const auto found =
-        std::find_if(lists_.packages.begin(), lists_.packages.end(), HasId(package.id));
-    const bool upgraded = found != lists_.packages.end();
-    if (upgraded)
+        std::find_if(m_lists.packages.begin(), m_lists.packages.end(), HasId(package.id));
+    const bool upgraded = found != m_lists.packages.end();
+    if (upgraded) {
         *found = std::move(package);
-    else
-        lists_.packages.push_back(std::move(package));
-    packagesValue_ = {};
+    } else {
+        m_lists.packages.push_back(std::move(package));
+    }
+    m_packagesValue = {};
     Save();
     return upgraded;
 }
 
 bool Store::RemovePackage(const std::string& id)
 {
-    if (std::erase_if(lists_.packages, HasId(id)) == 0)
+    if (std::erase_if(m_lists.packages, HasId(id)) == 0) {
         return false;
-    packagesValue_ = {};
+    }
+    m_packagesValue = {};
     Save();
     return true;
 }
@@ -69,56 +74,61 @@ bool Store::RemovePackage(const std::string& id)
 void Store::PutActive(const Operation& operation)
 {
     const auto found =
-        std::find_if(lists_.active.begin(), lists_.active.end(), HasUuid(operation.uuid));
-    if (found != lists_.active.end())
+        std::find_if(m_lists.active.begin(), m_lists.active.end(), HasUuid(operation.uuid));
+    if (found != m_lists.active.end()) {
         *found = operation;
-    else
-        lists_.active.push_back(operation);
+    } else {
+        m_lists.active.push_back(operation);
+    }
     Save();
 }
 
 void Store::PutCompleted(const Operation& operation)
 {
-    std::erase_if(lists_.active, HasUuid(operation.uuid));
-    std::erase_if(lists_.completed, HasUuid(operation.uuid));
-    lists_.completed.push_back(operation);
+    std::erase_if(m_lists.active, HasUuid(operation.uuid));
+    std::erase_if(m_lists.completed, HasUuid(operation.uuid));
+    m_lists.completed.push_back(operation);
     Save();
 }
 
 void Store::Reset()
 {
-    lists_ = initial_;
-    packagesValue_ = {};
+    m_lists = m_initial;
+    m_packagesValue = {};
     Save();
 }
 
 void Store::Replace(Catalogue catalogue)
 {
-    initial_ = std::move(catalogue);
+    m_initial = std::move(catalogue);
     Reset();
 }
 
 const Variant& Store::PackagesValue()
 {
-    if (packagesValue_)
-        return packagesValue_;
+    if (m_packagesValue) {
+        return m_packagesValue;
+    }
     GVariantBuilder list;
     g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssssa{sv})"));
-    for (const Package& package : lists_.packages)
+    for (const Package& package : m_lists.packages) {
         g_variant_builder_add_value(&list, ToVariant(package).Get());
-    packagesValue_ = Variant(g_variant_builder_end(&list));
-    return packagesValue_;
+    }
+    m_packagesValue = Variant(g_variant_builder_end(&list));
+    return m_packagesValue;
 }
 
 void Store::Save()
 {
-    if (statePath_.empty())
+    if (m_statePath.empty()) {
         return;
-    const std::string text = FormatCatalogue(lists_);
+    }
+    const std::string text = FormatCatalogue(m_lists);
     ErrorSlot error;
-    if (g_file_set_contents(statePath_.c_str(), text.data(), static_cast<gssize>(text.size()),
-                            &error) == FALSE)
+    if (g_file_set_contents(m_statePath.c_str(), text.data(), static_cast<gssize>(text.size()),
+                            &error) == FALSE) {
         g_printerr("emporium-simulator: cannot keep the state: %s\n", error.Message().c_str());
+    }
 }
 
 } // namespace Simulator

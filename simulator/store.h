@@ -16,7 +16,7 @@ public:
     /// @throws InputError when the state that is there is damaged
     Store(Catalogue catalogue, const std::string& stateDirectory);
 
-    const Catalogue& Lists() const { return lists_; }
+    const Catalogue& Lists() const { return m_lists; }
     const Package* FindPackage(const std::string& id) const;
 
     /// @return whether a package of the same ID gave way to it
@@ -35,10 +35,10 @@ public:
 private:
     void Save();
 
-    Catalogue initial_;
-    Catalogue lists_;
-    std::string statePath_;
-    Variant packagesValue_;
+    Catalogue m_initial;
+    Catalogue m_lists;
+    std::string m_statePath;
+    Variant m_packagesValue;
 };
 
 } // namespace Simulator
