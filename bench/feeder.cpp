@@ -331,7 +331,7 @@ public:
 
     void Run()
     {
-        std::cout << "ok" << std::endl;
+        std::cout << "ok\n" << std::flush;
         while (true) {
             std::array<GPollFD, 2> descriptors{
                 {{STDIN_FILENO, G_IO_IN, 0}, {m_bus->Descriptor(), G_IO_IN, 0}}};
@@ -354,7 +354,7 @@ private:
         try {
             Serve();
         } catch (const std::exception& error) {
-            std::cerr << "feeder: " << error.what() << "; connecting again" << std::endl;
+            std::cerr << "feeder: " << error.what() << "; connecting again\n" << std::flush;
             Connect();
         }
     }
@@ -423,7 +423,7 @@ private:
         } else {
             return false;
         }
-        std::cout << "ok" << std::endl;
+        std::cout << "ok\n" << std::flush;
         return true;
     }
 
@@ -447,7 +447,7 @@ int main()
         Feeder(address).Run();
         return 0;
     } catch (const std::exception& error) {
-        std::cerr << "feeder: " << error.what() << std::endl;
+        std::cerr << "feeder: " << error.what() << '\n';
         return 1;
     }
 }

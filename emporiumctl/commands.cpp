@@ -24,7 +24,7 @@ using Row = std::vector<std::string>;
 
 ExitStatus Complain(const std::string& message)
 {
-    std::cerr << "emporiumctl: " << Printable(message) << std::endl;
+    std::cerr << "emporiumctl: " << Printable(message) << '\n';
     return ExitStatus::Failed;
 }
 
@@ -181,22 +181,23 @@ ExitStatus Watch(const DaemonConnection& connection, const Output& out)
         connection,
         [&](const char* name, const Package& package) {
             if (out.json) {
-                out.stream << Line(EventToJson(name, package)) << std::endl;
+                out.stream << Line(EventToJson(name, package)) << '\n' << std::flush;
             } else {
                 out.stream << name << ' ' << Printable(package.GetID()) << ' '
-                           << Printable(package.GetVersion()) << std::endl;
+                           << Printable(package.GetVersion()) << '\n'
+                           << std::flush;
             }
         },
         [&](const char* name, const Operation& operation) {
             if (out.json) {
-                out.stream << Line(EventToJson(name, operation)) << std::endl;
+                out.stream << Line(EventToJson(name, operation)) << '\n' << std::flush;
                 return;
             }
             out.stream << name;
             for (const std::string& cell : RowOf(operation)) {
                 out.stream << (cell.empty() ? "" : " ") << Printable(cell);
             }
-            out.stream << std::endl;
+            out.stream << '\n' << std::flush;
         });
     const bool never = false;
     MainLoop().RunUntil(never, 0);

@@ -31,7 +31,7 @@ ExitStatus OnDaemon(const DaemonCommand& command, const Output& out)
         std::cerr << "emporiumctl: "
                   << (connection ? "the application-store daemon does not answer"
                                  : "there is no session bus")
-                  << std::endl;
+                  << '\n';
         return ExitStatus::NoDaemon;
     }
     return command(connection, out);
@@ -194,7 +194,7 @@ int main(int argc, char** argv)
     try {
         return CommandLine().Run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "emporiumctl: " << error.what() << std::endl;
+        std::cerr << "emporiumctl: " << error.what() << '\n';
         return static_cast<int>(ExitStatus::Failed);
     }
 }

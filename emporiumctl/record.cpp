@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    void Write(const Json& line) { m_file << Line(line) << std::endl; }
+    void Write(const Json& line) { m_file << Line(line) << '\n' << std::flush; }
 
     std::ofstream m_file;
     std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
@@ -78,7 +78,7 @@ ExitStatus Record(const Emporium::DaemonConnection& connection, const std::strin
         MainLoop().RunUntil(never, 0);
     }
     if (!recorder.Good()) {
-        std::cerr << "emporiumctl: cannot write " << path << std::endl;
+        std::cerr << "emporiumctl: cannot write " << path << '\n';
         return ExitStatus::Failed;
     }
     return ExitStatus::Done;

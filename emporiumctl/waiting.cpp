@@ -119,9 +119,9 @@ bool OperationFollower::AllEnded() const
 void OperationFollower::ReportGoingOn(const std::string& uuid)
 {
     if (m_out.json) {
-        m_out.stream << Line({{"event", "GoesOn"}, {"uuid", uuid}}) << std::endl;
+        m_out.stream << Line({{"event", "GoesOn"}, {"uuid", uuid}}) << '\n' << std::flush;
     } else {
-        m_out.stream << "The operation goes on: " << Printable(uuid) << std::endl;
+        m_out.stream << "The operation goes on: " << Printable(uuid) << '\n' << std::flush;
     }
 }
 
@@ -130,9 +130,10 @@ void OperationFollower::Report(const Operation& operation)
     if (m_out.terminal) {
         Draw();
     } else if (m_out.json) {
-        m_out.stream << Line(EventToJson("OperationStatusChanged", operation)) << std::endl;
+        m_out.stream << Line(EventToJson("OperationStatusChanged", operation)) << '\n'
+                     << std::flush;
     } else {
-        m_out.stream << Describe(operation) << std::endl;
+        m_out.stream << Describe(operation) << '\n' << std::flush;
     }
 }
 

@@ -80,7 +80,7 @@ void Signals(Bench::Peer& peer, int count)
         characters += package.GetVersion().size();
         goOn = ++received < count;
     });
-    std::cout << "{\"ready\":1}" << std::endl;
+    std::cout << "{\"ready\":1}\n" << std::flush;
     const Stopwatch watch;
     peer.Run(goOn);
     std::cout << "{\"signals_wall\":" << watch.Wall()
@@ -142,7 +142,7 @@ int main(int argc, char** argv)
         // What a peer takes down at its end is not measured.
         _exit(0);
     } catch (const std::exception& error) {
-        std::cerr << argv[0] << ": " << error.what() << std::endl;
+        std::cerr << argv[0] << ": " << error.what() << '\n';
         return 1;
     }
 }

@@ -156,7 +156,7 @@ public:
 
     void Load() override
     {
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         sd_bus_message* reply = nullptr;
         Check(sd_bus_call_method(m_bus, name, path, name, "GetAllProperties", &error, &reply,
                                  nullptr),
@@ -178,7 +178,7 @@ public:
 
     void Start(const std::string& id) override
     {
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         Check(
             sd_bus_call_method(m_bus, name, path, name, "Start", &error, nullptr, "s", id.c_str()),
             "Start");

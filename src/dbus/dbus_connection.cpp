@@ -77,7 +77,7 @@ void WakeForQueuedMessages(sdbus::IConnection& connection)
             eventfd_write(pollData.eventFd, 1);
         }
     } catch (const sdbus::Error&) {
-        // The bus is lost, and nothing will come from it: the next dispatch says so.
+        return; // The bus is lost; the next dispatch reports it.
     }
 }
 

@@ -84,11 +84,11 @@ public:
     template <typename Archive>
     void serialize(Archive& archive, unsigned int /*version*/)
     {
-        archive& uuid;
-        archive& packageID;
-        archive& type;
-        archive& status;
-        archive& errorCode;
+        archive & uuid;
+        archive & packageID;
+        archive & type;
+        archive & status;
+        archive & errorCode;
     }
 
     BoundedString uuid;
@@ -146,9 +146,7 @@ FileDescriptor Open(const std::string& path, int flags)
 /// The whole content, as far as there is one: only a regular file has a content with an end.
 std::optional<std::string> ReadAll(const FileDescriptor& file)
 {
-    struct stat status
-    {
-    };
+    struct stat status{};
     if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
@@ -242,6 +240,29 @@ Operation Deserialize(std::string content)
                      static_cast<Common::ErrorCode>(record.errorCode));
 }
 
+// The callers report the path; why writing or reading failed is not part of their message.
+
+bool TrySerialize(const Operation& operation, const FileDescriptor& file)
+{
+    try {
+        return WriteAll(file, Serialize(operation));
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+std::optional<Operation> TryDeserialize(const FileDescriptor& file)
+{
+    try {
+        if (std::optional<std::string> content = ReadAll(file)) {
+            return Deserialize(std::move(*content));
+        }
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 Result<void> Operation::SaveToFile(const std::string& path) const
@@ -250,12 +271,7 @@ Result<void> Operation::SaveToFile(const std::string& path) const
     if (!file) {
         return ErrorResult("Couldn't open " + path + " to save operation");
     }
-    bool written = false;
-    try {
-        written = WriteAll(file, Serialize(*this));
-    } catch (const std::exception&) {
-    }
-    if (!written) {
+    if (!TrySerialize(*this, file)) {
         return ErrorResult("Couldn't serialize operation to " + path);
     }
     return SuccessResult<void>();
@@ -267,11 +283,8 @@ Result<Operation> Operation::FromFile(const std::string& path)
     if (!file) {
         return ErrorResult("Couldn't open " + path + " to read operation");
     }
-    try {
-        if (std::optional<std::string> content = ReadAll(file)) {
-            return SuccessResult<Operation>(Deserialize(std::move(*content)));
-        }
-    } catch (const std::exception&) {
+    if (const std::optional<Operation> operation = TryDeserialize(file)) {
+        return SuccessResult<Operation>(*operation);
     }
     return ErrorResult("Couldn't deserialize operation from " + path);
 }

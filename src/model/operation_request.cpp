@@ -32,19 +32,21 @@ public:
         }
         request.SetOperationType(*m_type);
         if (*m_type == Common::OperationType::Remove) {
-            request.SetPackageID(Required(m_packageID, " but package id not specified"));
+            request.SetPackageID(Required(m_packageID, *m_type, " but package id not specified"));
         } else {
-            request.SetPackagePath(Required(m_packagePath, " but package path not specified"));
+            request.SetPackagePath(
+                Required(m_packagePath, *m_type, " but package path not specified"));
         }
         return request;
     }
 
 private:
-    const std::string& Required(const std::optional<std::string>& field, const char* absent) const
+    static const std::string& Required(const std::optional<std::string>& field,
+                                       Common::OperationType type, const char* absent)
     {
         if (!field) {
             throw std::logic_error(std::string("Attempt to build an operation request with type ") +
-                                   DisplayName(*m_type) + absent);
+                                   DisplayName(type) + absent);
         }
         return *field;
     }

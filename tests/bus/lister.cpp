@@ -22,9 +22,7 @@ std::string ProcessState()
 {
     std::string state = std::setlocale(LC_ALL, nullptr);
     for (int signal = 1; signal < SIGRTMIN; ++signal) {
-        struct sigaction action
-        {
-        };
+        struct sigaction action{};
         sigaction(signal, nullptr, &action);
         state += action.sa_handler == SIG_DFL ? 'd' : 'h';
     }

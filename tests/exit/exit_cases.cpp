@@ -65,7 +65,7 @@ struct LateAsker
     ~LateAsker()
     {
         if (Case() == "asked for at the very end" && GetDaemonConnection()) {
-            std::cout << "a valid connection at the very end" << std::endl;
+            std::cout << "a valid connection at the very end\n" << std::flush;
         }
     }
 };
@@ -105,7 +105,7 @@ void Main(const std::string& name)
             _exit(0);
         }
         waitpid(child, nullptr, 0);
-        std::cout << "child gone" << std::endl;
+        std::cout << "child gone\n" << std::flush;
         std::string line;
         std::getline(std::cin, line);
     } else if (name == "asked for at the very end") {
@@ -115,7 +115,7 @@ void Main(const std::string& name)
                            [connection = GetDaemonConnection()](const Package&) {});
     } else if (name == "the bus is lost") {
         GetDaemonConnection();
-        std::cout << "up" << std::endl;
+        std::cout << "up\n" << std::flush;
         std::string line;
         std::getline(std::cin, line);
         g_main_context_iteration(nullptr, TRUE);
@@ -131,5 +131,5 @@ void Main(const std::string& name)
 int main()
 {
     Main(Case());
-    std::cout << "end of main" << std::endl;
+    std::cout << "end of main\n" << std::flush;
 }

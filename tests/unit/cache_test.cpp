@@ -15,7 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace Emporium;
 using namespace TestSupport;
-using testing::Return;
 
 class Cache : public ConnectionTest
 {

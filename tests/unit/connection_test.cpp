@@ -8,7 +8,6 @@ namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
-using testing::NiceMock;
 using testing::Return;
 
 class InvalidConnection : public ConnectionTest

@@ -85,9 +85,8 @@ sdbus::PlainMessage MessageWith(const std::function<void(sdbus::Message&)>& writ
 
 TEST(Decoder, AnOperationRecordIsReadInTheOrderOfTheWireAndItsNumbersAreCarriedUnchanged)
 {
-    auto message = MessageWith([](sdbus::Message& m) {
-        m << OperationRecord{"uuid", "package", 7, -3, 12};
-    });
+    auto message =
+        MessageWith([](sdbus::Message& m) { m << OperationRecord{"uuid", "package", 7, -3, 12}; });
     const Operation operation = Decoder::ReadOperationBody(message);
     EXPECT_EQ(operation.GetUUID(), "uuid");
     EXPECT_EQ(operation.GetPackageID(), "package");
@@ -158,17 +157,13 @@ TEST(Decoder, AnotherSignatureThanTheRecordsIsRefused)
     const std::vector<std::function<void(sdbus::Message&)>> bodies = {
         [](sdbus::Message& m) { m << "text"; },
         [](sdbus::Message& m) { m << std::int32_t{1}; },
-        [](sdbus::Message& m) {
-            m << sdbus::Struct<std::string, std::string>{"a", "b"};
-        },
+        [](sdbus::Message& m) { m << sdbus::Struct<std::string, std::string>{"a", "b"}; },
         [](sdbus::Message& m) {
             m << "a"
               << "b" << std::int32_t{1} << std::int32_t{1};
         },
         [](sdbus::Message& m) { m << std::vector<OperationRecord>{}; },
-        [](sdbus::Message& m) {
-            m << OperationRecord{"a", "b", 1, 2, 3} << "more";
-        },
+        [](sdbus::Message& m) { m << OperationRecord{"a", "b", 1, 2, 3} << "more"; },
         [](sdbus::Message& m) {
             m << PackageRecord{"a", "b", "c", "d", Dictionary{}} << std::int32_t{1};
         },

@@ -31,7 +31,7 @@ LogMessage::~LogMessage()
     }
     std::cout << Prefix(m_level);
     std::cout << m_text.str();
-    std::cout << std::endl;
+    std::cout << '\n' << std::flush;
 }
 
 } // namespace Common
