@@ -15,16 +15,6 @@ namespace EmporiumCtl {
 
 using Emporium::Operation;
 
-namespace {
-
-bool HasEnded(const Operation& operation)
-{
-    return operation.GetStatus() == Common::OperationStatus::Succeeded ||
-           operation.GetStatus() == Common::OperationStatus::Failed;
-}
-
-} // namespace
-
 MainLoop::MainLoop()
     : m_sources{g_unix_signal_add(SIGINT, Interrupt, this),
                 g_unix_signal_add(SIGTERM, Interrupt, this)}
@@ -78,7 +68,7 @@ ExitStatus OperationFollower::Wait(const std::vector<std::string>& uuids, unsign
     if (!over) {
         for (const std::string& uuid : m_awaited) {
             const auto last = m_last.find(uuid);
-            if (last == m_last.end() || !HasEnded(last->second)) {
+            if (last == m_last.end() || !IsFinished(last->second.GetStatus())) {
                 ReportGoingOn(uuid);
             }
         }
@@ -99,7 +89,7 @@ gboolean OperationFollower::OnSecond(gpointer self)
 void OperationFollower::OnStatus(const Operation& operation)
 {
     m_last.insert_or_assign(operation.GetUUID(), operation);
-    if (HasEnded(operation)) {
+    if (IsFinished(operation.GetStatus())) {
         m_seconds[operation.GetUUID()] = g_timer_elapsed(m_timer.get(), nullptr);
     }
     if (std::find(m_awaited.begin(), m_awaited.end(), operation.GetUUID()) != m_awaited.end()) {
@@ -112,7 +102,7 @@ bool OperationFollower::AllEnded() const
 {
     return std::all_of(m_awaited.begin(), m_awaited.end(), [this](const std::string& uuid) {
         const auto last = m_last.find(uuid);
-        return last != m_last.end() && HasEnded(last->second);
+        return last != m_last.end() && IsFinished(last->second.GetStatus());
     });
 }
 
@@ -163,7 +153,7 @@ void OperationFollower::Draw()
         const std::string text =
             last != m_last.end() ? Describe(last->second) : "waiting for " + Printable(uuid);
         Colour colour = Colour::None;
-        if (last != m_last.end() && HasEnded(last->second)) {
+        if (last != m_last.end() && IsFinished(last->second.GetStatus())) {
             colour = last->second.GetStatus() == Common::OperationStatus::Failed ? Colour::Red
                                                                                  : Colour::Green;
         }

@@ -17,4 +17,11 @@ enum class OperationStatus : std::int32_t
     Failed = 101,    ///< The operation has ended; Emporium::Operation::GetErrorCode() tells why.
 };
 
+/// True if the operation has ended, whether it succeeded or failed. Compare no status with `>=`:
+/// numbers above 101 are statuses of operations that continue.
+constexpr bool IsFinished(OperationStatus status) noexcept
+{
+    return status == OperationStatus::Succeeded || status == OperationStatus::Failed;
+}
+
 } // namespace Common

@@ -13,16 +13,6 @@ namespace Emporium {
 using Common::LogLevel;
 using Common::LogMessage;
 
-namespace {
-
-bool IsFinishing(Common::OperationStatus status)
-{
-    return status == Common::OperationStatus::Succeeded ||
-           status == Common::OperationStatus::Failed;
-}
-
-} // namespace
-
 DaemonConnectionPrivate::DaemonConnectionPrivate() : proxy(GetDBusProxy())
 {
     ProcessExit::Watch();
@@ -111,7 +101,7 @@ void DaemonConnectionPrivate::OnPackageRemoved(const std::string& id)
 
 void DaemonConnectionPrivate::OnOperationStatusChanged(const Operation& operation)
 {
-    const bool known = IsFinishing(operation.GetStatus())
+    const bool known = IsFinished(operation.GetStatus())
                            ? activeOperations.Erase(operation.GetUUID())
                            : activeOperations.Overwrite(operation);
     if (!known) {

@@ -261,4 +261,14 @@ TEST(OperationRequestBuilder, CopiesShareTheirState)
     EXPECT_EQ(builder.Build().GetPackageID(), "id");
 }
 
+TEST(OperationStatus, OnlySucceededAndFailedAreFinished)
+{
+    using Common::OperationStatus;
+    static_assert(IsFinished(OperationStatus::Succeeded));
+    static_assert(IsFinished(OperationStatus::Failed));
+    for (const int number : {-100, 0, 1, 99, 102, 1000}) {
+        EXPECT_FALSE(IsFinished(static_cast<OperationStatus>(number))) << number;
+    }
+}
+
 } // namespace
