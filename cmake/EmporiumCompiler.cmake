@@ -7,7 +7,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
 endif()
 
@@ -16,6 +16,11 @@ add_link_options(-Wl,--as-needed)
 # Warnings are errors for us, never for somebody who builds a release with a newer compiler.
 if(EMPORIUM_DEVELOPER)
     add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+endif()
+
+if(EMPORIUM_HARDENING AND NOT EMPORIUM_SANITIZE)
+    include(EmporiumHardening)
+    emporium_harden()
 endif()
 
 if(EMPORIUM_SANITIZE)

@@ -11,6 +11,12 @@ endif()
 # them.
 find_package(Threads REQUIRED)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
-find_package(sdbus-c++ 2 REQUIRED)
-find_package(Boost 1.74 REQUIRED COMPONENTS filesystem serialization)
+find_package(sdbus-c++ 2 QUIET)
+if(NOT sdbus-c++_FOUND)
+    message(FATAL_ERROR
+        "sdbus-c++ 2 was not found. Run ${PROJECT_SOURCE_DIR}/scripts/setup, which installs it or "
+        "builds it into ${PROJECT_SOURCE_DIR}/.deps; or set sdbus-c++_DIR to the directory of "
+        "sdbus-c++-config.cmake, or add the prefix it is installed in to CMAKE_PREFIX_PATH.")
+endif()
+find_package(Boost 1.74 REQUIRED CONFIG COMPONENTS filesystem serialization)
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)

@@ -3,6 +3,11 @@
 
 /// Everything that libemporium offers.
 
+#include <common/export.h>
+
+// What follows would bury the error about an older standard under its consequences.
+#if __cplusplus >= 201703L
+
 #include <common/error.h>
 #include <common/operation_status.h>
 #include <common/operation_type.h>
@@ -14,3 +19,5 @@
 #include <emporium/package.h>
 #include <emporium/package_filters.h>
 #include <emporium/result.h>
+
+#endif

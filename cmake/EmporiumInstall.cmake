@@ -1,0 +1,26 @@
+# SPDX-License-Identifier: BSD-3-Clause
+#
+# Where the programs look for the library, and shells for the programs' completions.
+
+# Relative, so that an installed tree can be moved, unless the libraries have a place of their own.
+# None where the loader looks anyway.
+if(CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+    set(EMPORIUM_INSTALL_RPATH "")
+elseif(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
+    set(EMPORIUM_INSTALL_RPATH "${CMAKE_INSTALL_FULL_LIBDIR}")
+else()
+    file(RELATIVE_PATH libdir_from_bindir
+        "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+    set(EMPORIUM_INSTALL_RPATH "\$ORIGIN/${libdir_from_bindir}")
+endif()
+
+# zsh looks in site-functions under /usr/local; under /usr, Debian's zsh has another name for it.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
+    set(zsh_directory vendor-completions)
+else()
+    set(zsh_directory site-functions)
+endif()
+set(EMPORIUM_ZSH_COMPLETIONS_DIR "${CMAKE_INSTALL_DATADIR}/zsh/${zsh_directory}"
+    CACHE STRING "Where the completions for zsh are installed")
+set(EMPORIUM_FISH_COMPLETIONS_DIR "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d"
+    CACHE STRING "Where the completions for fish are installed")
