@@ -151,8 +151,11 @@ TEST_F(EntryTests, ADirectoryThatCannotBeReadIsLoggedAndNotEmpty)
 {
     fs::create_directory(Root() / "closed");
     fs::permissions(Root() / "closed", fs::perms::owner_write);
-    const AsNobody nobody(Root());
-    const std::string log = LogOf([&] { EXPECT_FALSE(IsEmptyDirectory(Root() / "closed")); });
+    const std::string log = [&] {
+        const AsNobody nobody(Root());
+        return LogOf([&] { EXPECT_FALSE(IsEmptyDirectory(Root() / "closed")); });
+    }();
+    fs::permissions(Root() / "closed", fs::perms::owner_all); // so that its owner can delete it
     EXPECT_EQ(log.rfind("[E] filesystem error: ", 0), 0U) << log;
     EXPECT_EQ(Lines(log), 1);
 }

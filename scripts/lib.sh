@@ -1,0 +1,68 @@
+# shellcheck shell=bash
+# SPDX-License-Identifier: BSD-3-Clause
+#
+# Sourced by the other scripts: messages, options, and the choice of the build directory. Leaves the
+# shell in the root of the checkout. The scripts need no git: they also run in an unpacked archive,
+# and in a checkout that belongs to another user.
+
+program=$(basename "$0")
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+root=$PWD
+
+# Where the project's own C++ is.
+source_directories=(include src platform simulator emporiumctl examples tests bench)
+
+say() { printf '%s: %s\n' "$program" "$*"; }
+complain() { printf '%s: %s\n' "$program" "$*" >&2; }
+die() { complain "$*"; exit 1; }
+bad_usage() { complain "$* (see scripts/$program --help)"; exit 2; }
+
+step() { printf '\n== %s\n' "$*"; }
+
+# help_if_asked "$@": prints the comment that the script begins with, if the first argument is --help.
+help_if_asked() {
+  case "${1:-}" in
+    -h | --help)
+      awk 'NR > 2 && !/^#/ {exit} NR > 3 {sub(/^# ?/, ""); print}' "$0"
+      exit 0
+      ;;
+  esac
+}
+
+no_arguments() {
+  help_if_asked "$@"
+  [ $# -eq 0 ] || bad_usage "unknown argument: $1"
+}
+
+cached() { sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"; }
+
+# Why a build directory cannot be used as it is, or nothing.
+staleness() {
+  local directory=$1 wanted actual
+  [ -e "$directory/CMakeCache.txt" ] || return 0
+  actual=$(cached "$directory" CMAKE_HOME_DIRECTORY)
+  if [ "$actual" != "$PWD" ] && [ "$actual" != "$(pwd -P)" ]; then
+    echo "it was configured for a checkout in $actual"
+    return 0
+  fi
+  wanted=$(command -v "${CXX:-c++}") || die "the compiler ${CXX:-c++} is not installed"
+  actual=$(cached "$directory" CMAKE_CXX_COMPILER)
+  if [ "$(readlink -f "$actual")" != "$(readlink -f "$wanted")" ]; then
+    echo "it was configured for the compiler $actual, not $wanted"
+  fi
+}
+
+# configure PRESET [CMAKE_OPTION...]: configures build/PRESET, from scratch if the directory was
+# configured for another place or compiler.
+configure() {
+  local preset=$1 reason options=()
+  shift
+  reason=$(staleness "build/$preset")
+  if [ -n "$reason" ]; then
+    say "configuring build/$preset again: $reason"
+    options+=(--fresh)
+  fi
+  cmake --preset "$preset" "${options[@]}" "$@" >/dev/null
+}
+
+build() { cmake --build --preset "$@" | tail -n 1; }
