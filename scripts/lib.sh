@@ -65,4 +65,16 @@ configure() {
   cmake --preset "$preset" "${options[@]}" "$@" >/dev/null
 }
 
-build() { cmake --build --preset "$@" | tail -n 1; }
+# build PRESET [OPTION...]: what the compiler says is shown only if it fails.
+build() {
+  local log status=0
+  log=$(mktemp)
+  cmake --build --preset "$@" >"$log" 2>&1 || status=$?
+  if [ "$status" -eq 0 ]; then
+    tail -n 1 "$log"
+  else
+    grep -v '^\[[0-9]*/[0-9]*\] ' "$log" >&2 || true
+  fi
+  rm -f "$log"
+  return "$status"
+}
