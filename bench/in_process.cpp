@@ -291,25 +291,11 @@ sdbus::PlainMessage ReplyWith(std::size_t packages)
     return reply;
 }
 
-void DecodeStraight(benchmark::State& state)
+void DecodeReply(benchmark::State& state)
 {
     auto reply = ReplyWith(SizeOf(state));
     for (auto _ : state) {
-        Properties properties;
-        if (!Decoder::ReadPropertiesStraight(reply, properties)) {
-            state.SkipWithError("the reply is not regular");
-            return;
-        }
-        benchmark::DoNotOptimize(properties);
-        reply.rewind(true);
-    }
-}
-
-void DecodeThoroughly(benchmark::State& state)
-{
-    auto reply = ReplyWith(SizeOf(state));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(Decoder::ReadPropertiesThoroughly(reply));
+        benchmark::DoNotOptimize(Decoder::ReadProperties(reply));
         reply.rewind(true);
     }
 }
@@ -419,8 +405,7 @@ BENCHMARK(GetPackageList)->Arg(hundred)->Arg(many);
 BENCHMARK(CopyVectorFiltered)->Arg(hundred)->Arg(many);
 BENCHMARK(GetPackageListFiltered)->Arg(hundred)->Arg(many);
 BENCHMARK(DecodeVariants)->Arg(hundred)->Arg(many);
-BENCHMARK(DecodeStraight)->Arg(hundred)->Arg(many);
-BENCHMARK(DecodeThoroughly)->Arg(hundred)->Arg(many);
+BENCHMARK(DecodeReply)->Arg(hundred)->Arg(many);
 BENCHMARK(WriteAndReadPlainFiles)->Arg(many)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(WriteAndReadCache)->Arg(many)->Unit(benchmark::kMillisecond)->UseRealTime();
 

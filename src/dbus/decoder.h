@@ -7,37 +7,23 @@
 
 #include <string>
 
-/// From bus bytes to the model. Every function reads in place, from where the message stands, and
-/// throws sdbus::Error where the message holds something else than the contract says.
+/// From bus bytes to the model. Every function reads in place, from the current position of the
+/// message, and throws sdbus::Error where the content deviates from the contract.
 namespace Emporium::Decoder {
 
-/// One (ssiii) record.
-Operation ReadOperation(sdbus::Message& message);
-
-/// One (ssssa{sv}) record; what the dictionary holds is read off and dropped.
-Package ReadPackage(sdbus::Message& message);
-
-/// A message whose body is one operation record, or nothing at all, which stands for a record of
-/// empty texts and zeros.
+/// A body of one operation record. An empty body yields a default-constructed operation.
 Operation ReadOperationBody(sdbus::Message& message);
 
-/// A message whose body is one package record.
+/// A body of one package record. Its dictionary is skipped.
 Package ReadPackageBody(sdbus::Message& message);
 
-/// A message whose body is one string.
 std::string ReadStringBody(sdbus::Message& message);
 
-/// A message without a body.
 void ReadEmptyBody(sdbus::Message& message);
 
-/// The reply with all properties, an a{sv}. Throws std::runtime_error naming the first property
-/// that is missing, and sdbus::Error for the first one that holds another type.
+/// The reply with all properties, an a{sv}; of a repeated key the first value counts. Throws
+/// std::runtime_error naming the first property that is missing, else sdbus::Error for the first
+/// one that holds another type.
 Properties ReadProperties(sdbus::Message& reply);
-
-/// The two ways to do that. The straight one decodes while it walks the reply once; it returns
-/// false if it meets anything irregular (a missing or repeated property, another type), and leaves
-/// it to the thorough one, which looks up one property after the other, to say what is wrong.
-bool ReadPropertiesStraight(sdbus::Message& reply, Properties& properties);
-Properties ReadPropertiesThoroughly(sdbus::Message& reply);
 
 } // namespace Emporium::Decoder

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <sdbus-c++/Message.h>
+
+namespace Emporium::Decoder {
+
+/// Skips the variant at which the message stands, whatever type it holds. Reads all of it, because
+/// the bus library offers no other way to move on; damage inside throws sdbus::Error.
+void SkipVariant(sdbus::Message& message);
+
+} // namespace Emporium::Decoder
