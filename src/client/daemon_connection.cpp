@@ -4,6 +4,9 @@
 #include "client/daemon_connection_private.h"
 #include "model/display_name.h"
 
+#include <algorithm>
+#include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -71,14 +74,10 @@ std::vector<Package> DaemonConnection::GetPackageList() const
 
 std::vector<Package> DaemonConnection::GetPackageList(const PackageFilter& filter) const
 {
-    const DaemonConnectionPrivate& connection =
-        Valid(m_private, "GetPackageList(const PackageFilter &) method");
+    const PackageList& all =
+        Valid(m_private, "GetPackageList(const PackageFilter &) method").packages;
     std::vector<Package> packages;
-    connection.packages.ForEach([&](const Package& package) {
-        if (filter(package)) {
-            packages.push_back(package);
-        }
-    });
+    std::copy_if(all.begin(), all.end(), std::back_inserter(packages), std::cref(filter));
     return packages;
 }
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
 // How often the main paths take memory. An allocation that creeps in turns a test red.
+#include "client/keyed_list.h"
 #include "dbus/decoder.h"
 #include "dbus/idbus_proxy.h"
 
+#include "counted_allocations.h"
 #include "support/temporary_directory.h"
 
 #include <emporium/emporium.h>
@@ -13,10 +15,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <malloc.h>
 #include <map>
 #include <memory>
 #include <new>
@@ -26,46 +27,9 @@
 
 namespace {
 
-std::size_t allocations = 0;
-std::size_t bytesInUse = 0;
-
-void* Allocate(std::size_t size)
-{
-    ++allocations;
-    if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
-        bytesInUse += malloc_usable_size(memory);
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void Free(void* memory)
-{
-    bytesInUse -= malloc_usable_size(memory); // zero for a null pointer
-    std::free(memory);
-}
-
-} // namespace
-
-// Every form that is not replaced here calls one of these.
-void* operator new(std::size_t size)
-{
-    return Allocate(size);
-}
-
-void operator delete(void* memory) noexcept
-{
-    Free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    Free(memory);
-}
-
-namespace {
-
 using namespace Emporium;
+using TestSupport::allocations;
+using TestSupport::bytesInUse;
 
 template <typename Action>
 std::size_t AllocationsOf(Action action)
@@ -291,14 +255,16 @@ private:
     std::vector<EventSubscription> m_subscriptions;
 };
 
-TEST_F(Allocations, TheSnapshotTakesNothingForARecordThatWasLoaded)
+// The entry of the list, which holds the handle and its links.
+TEST_F(Allocations, TheSnapshotTakesOneBlockForARecordThatWasLoaded)
 {
     const auto allocationsOfConnecting = [](std::size_t records) {
         MakeProxyWith(records);
         return AllocationsOf([] { const DaemonConnection connection; });
     };
-    allocationsOfConnecting(some); // what is made once in a process
-    EXPECT_EQ(allocationsOfConnecting(more), allocationsOfConnecting(some));
+    allocationsOfConnecting(some);                     // what is made once in a process
+    constexpr std::size_t records = 2 * (more - some); // packages and operations
+    EXPECT_EQ(allocationsOfConnecting(more), allocationsOfConnecting(some) + records);
 }
 
 TEST_F(Allocations, AnUpgradeThatIsDeliveredTakesNothing)
@@ -345,7 +311,7 @@ TEST_F(Allocations, PackagesThatComeAndGoTakeNoMoreAndMoreMemory)
     EXPECT_LE(bytesInUse, before + 1024);
 }
 
-TEST_F(Allocations, InstallationsThatAreDeliveredTakeWhatTheListGrowsBy)
+TEST_F(Allocations, InstallationsThatAreDeliveredTakeOneBlockEachAndWhatTheIndexGrowsBy)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
@@ -353,13 +319,13 @@ TEST_F(Allocations, InstallationsThatAreDeliveredTakeWhatTheListGrowsBy)
     for (std::size_t number = some; number < more; ++number) {
         installed.push_back(MakePackage(number));
     }
-    // Three vectors, each of them at most doubled.
     EXPECT_LE(AllocationsOf([&] {
                   for (const Package& package : installed) {
                       theProxy->PackageInstalled(package);
                   }
               }),
-              3U);
+              installed.size() + 3) // one growth of the index: its table and two temporary arrays
+        << "beyond the entries of the list";
     EXPECT_EQ(subscriber.calls, static_cast<int>(more - some));
 }
 
@@ -397,6 +363,99 @@ TEST_F(Allocations, AFilteredQueryTakesWhatTheListGrowsBy)
     const PackageFilter four = [&](const Package& package) { return package.GetID() <= last; };
     EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetPackageList(nothing).empty()); }), 0U);
     EXPECT_LE(AllocationsOf([&] { EXPECT_EQ(connection.GetPackageList(four).size(), 4U); }), 3U);
+}
+
+// --- the list when memory runs out ------------------------------------------------------------------
+
+using List = KeyedList<Package, &Package::GetID>;
+
+/// Runs the action so that only so many of its allocations succeed. False if it was interrupted.
+template <typename Action>
+bool CompletedWith(std::size_t successes, Action action)
+{
+    TestSupport::allocationsLeft = successes;
+    bool completed = true;
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        completed = false;
+    }
+    TestSupport::allocationsLeft = TestSupport::unlimited;
+    return completed;
+}
+
+void ExpectContent(const List& list, const std::vector<Package>& expected)
+{
+    const std::vector<Package> content = list.ToVector();
+    ASSERT_EQ(content.size(), expected.size());
+    for (std::size_t position = 0; position < expected.size(); ++position) {
+        ASSERT_EQ(&content[position].GetID(), &expected[position].GetID()) << position;
+    }
+    for (const Package& package : expected) {
+        const auto first =
+            std::find_if(expected.begin(), expected.end(), [&](const Package& candidate) {
+                return candidate.GetID() == package.GetID();
+            });
+        const Package* const found = list.Find(package.GetID());
+        ASSERT_NE(found, nullptr);
+        ASSERT_EQ(&found->GetID(), &first->GetID());
+    }
+}
+
+/// Fails each allocation of the step in turn; the list has to be as before. Then completes the
+/// step. How many failures there were.
+template <typename Step>
+std::size_t FailuresOf(List& list, const std::vector<Package>& before, Step step)
+{
+    std::size_t failures = 0;
+    while (!CompletedWith(failures, step)) {
+        ++failures;
+        ExpectContent(list, before);
+    }
+    return failures;
+}
+
+TEST_F(Allocations, AListThatCannotGrowStaysAsItWas)
+{
+    List list;
+    std::vector<Package> expected;
+    std::size_t failures = 0;
+    constexpr std::size_t appended = 250;
+    for (std::size_t number = 0; number < appended; ++number) {
+        const Package package = MakePackage(number % 100); // keys repeat
+        failures += FailuresOf(list, expected, [&] { list.Append(package); });
+        expected.push_back(package);
+        ExpectContent(list, expected);
+    }
+    EXPECT_GT(failures, appended) << "one for each entry, and some for the index";
+}
+
+TEST_F(Allocations, AListThatCannotBeAssignedStaysAsItWas)
+{
+    const std::vector<Package> before = {MakePackage(1), MakePackage(2), MakePackage(1)};
+    std::vector<Package> after;
+    for (std::size_t number = 0; number < 70; ++number) {
+        after.push_back(MakePackage(number % 50));
+    }
+    List list;
+    list.Assign(before);
+    EXPECT_GT(FailuresOf(list, before, [&] { list.Assign(after); }), after.size());
+    ExpectContent(list, after);
+}
+
+TEST_F(Allocations, OverwritingAndErasingInAListCannotFail)
+{
+    std::vector<Package> expected = {MakePackage(1), MakePackage(2), MakePackage(1)};
+    List list;
+    list.Assign(expected);
+    const Package upgraded = MakePackage(1);
+    const std::string erased = IDOf(2);
+    EXPECT_EQ(FailuresOf(list, expected, [&] { list.Overwrite(upgraded); }), 0U);
+    expected[0] = upgraded;
+    ExpectContent(list, expected);
+    EXPECT_EQ(FailuresOf(list, expected, [&] { list.Erase(erased); }), 0U);
+    expected.erase(expected.begin() + 1);
+    ExpectContent(list, expected);
 }
 
 } // namespace
