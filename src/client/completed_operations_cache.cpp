@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 namespace Emporium::CompletedOperationsCache {
 
@@ -31,7 +32,7 @@ fs::path CacheDirectory()
     return fs::path(AppDir::getPath(applicationCache)) / "emporium-api" / "completed-operations";
 }
 
-/// Every entry, whatever it is: what is no operation is told when it is read.
+/// All entries, of any type: reading reports those that hold no operation.
 std::vector<TimestampedOperationPath> ListByTime(const fs::path& directory)
 {
     std::vector<TimestampedOperationPath> entries;
@@ -68,7 +69,7 @@ void RemoveDirectory(const fs::path& directory)
     }
 }
 
-/// What is there already is used as it is, whatever it is.
+/// Anything that exists at the path is used as it is, even a regular file.
 void EnsureExists(const fs::path& directory)
 {
     const fs::file_type type = fs::status(directory).type();
@@ -77,7 +78,7 @@ void EnsureExists(const fs::path& directory)
     }
 }
 
-/// UUIDs are the daemon's texts. One that would lead out of the directory must not become a path.
+/// UUIDs come from the daemon. One that leads out of the directory must not become a path.
 bool IsPlainFileName(std::string_view name)
 {
     constexpr std::string_view separators("/\0", 2);
@@ -93,6 +94,40 @@ Result<void> Save(const Operation& operation, const fs::path& directory)
                            " to save operation");
     }
     return operation.SaveToFile((directory / uuid).string());
+}
+
+using FailuresByUUID = std::unordered_map<std::string_view, std::string>;
+
+/// Writes each file once, with the last operation of its UUID: to write a file a second time makes
+/// some file systems flush it to the disk.
+FailuresByUUID SaveLastOfEach(const std::vector<Operation>& operations, const fs::path& directory)
+{
+    std::unordered_map<std::string_view, const Operation*> last;
+    for (const Operation& operation : operations) {
+        last[operation.GetUUID()] = &operation;
+    }
+    FailuresByUUID failures;
+    for (const Operation& operation : operations) {
+        if (last[operation.GetUUID()] != &operation) {
+            continue;
+        }
+        const Result<void> result = Save(operation, directory);
+        if (!result) {
+            failures.emplace(operation.GetUUID(), result.GetError());
+        }
+    }
+    return failures;
+}
+
+/// One line for each operation that is not stored, also for those that share a file.
+void LogFailures(const std::vector<Operation>& operations, const FailuresByUUID& failures)
+{
+    for (const Operation& operation : operations) {
+        const auto failure = failures.find(operation.GetUUID());
+        if (failure != failures.end()) {
+            LogMessage(LogLevel::Warning) << failure->second;
+        }
+    }
 }
 
 } // namespace
@@ -129,12 +164,7 @@ void Write(const std::vector<Operation>& operations)
             << ")";
         return;
     }
-    for (const Operation& operation : operations) {
-        const Result<void> result = Save(operation, directory);
-        if (!result) {
-            LogMessage(LogLevel::Warning) << result.GetError();
-        }
-    }
+    LogFailures(operations, SaveLastOfEach(operations, directory));
 }
 
 } // namespace Emporium::CompletedOperationsCache

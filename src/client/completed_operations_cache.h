@@ -5,15 +5,16 @@
 
 #include <vector>
 
-/// The completed operations between two runs of the application: a directory of its own, with one
-/// file for each operation. Whatever fails here is written to the log and goes no further.
+/// Keeps the completed operations between two runs of the application, one file each in a directory
+/// of its own. Failures are logged and reported nowhere else.
 namespace Emporium::CompletedOperationsCache {
 
-/// The stored operations, those written first coming first. The directory is then removed: during a
-/// run the operations are in memory only.
+/// The stored operations, oldest file first. Removes the directory: during a run the operations are
+/// in memory only.
 std::vector<Operation> ReadAndRemove();
 
-/// Stores the operations, each in a file named by its UUID.
+/// Stores the operations in list order, each in a file named by its UUID. Of several operations
+/// with the same UUID only the last one is written.
 void Write(const std::vector<Operation>& operations);
 
 } // namespace Emporium::CompletedOperationsCache

@@ -2,9 +2,13 @@
 #include "fake_proxy.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <memory>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -54,6 +58,28 @@ protected:
         return entries;
     }
 
+    /// The files that a connection writes at its end, in the order in which they are closed.
+    Strings FilesWritten()
+    {
+        auto connection = std::make_unique<DaemonConnection>();
+        fs::create_directories(CacheDirectory());
+        const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        inotify_add_watch(events, CacheDirectory().c_str(), IN_CLOSE_WRITE);
+        connection.reset();
+        std::array<char, 65536> buffer{};
+        const ssize_t size = read(events, buffer.data(), buffer.size());
+        close(events);
+        Strings files;
+        for (ssize_t position = 0; position < size;) {
+            inotify_event event{};
+            std::memcpy(&event, &buffer.at(static_cast<std::size_t>(position)), sizeof event);
+            position += static_cast<ssize_t>(sizeof event);
+            files.emplace_back(&buffer.at(static_cast<std::size_t>(position)));
+            position += event.len;
+        }
+        return files;
+    }
+
     std::string PathOf(const std::string& name) const
     {
         return CacheDirectory().string() + "/" + name;
@@ -87,6 +113,33 @@ TEST_F(Cache, AnOperationThatTheDaemonStillKnowsIsListedTwiceAndStoredOnce)
     properties.CompletedOperations = {MakeOperation("one", 101)};
     EXPECT_EQ(Run(), (Strings{"one 100", "one 101"}));
     EXPECT_EQ(Entries(), (Strings{"one"}));
+}
+
+TEST_F(Cache, EachFileIsWrittenOnceInTheOrderOfTheLastOperationsOfEachUUID)
+{
+    Store("one", 30);
+    Store("two", 20);
+    Store("three", 10);
+    properties.CompletedOperations = {MakeOperation("two", 101), MakeOperation("four", 100),
+                                      MakeOperation("one", 101)};
+    EXPECT_EQ(FilesWritten(), (Strings{"three", "two", "four", "one"}));
+    properties.CompletedOperations.clear();
+    Strings completed = Run();
+    std::sort(completed.begin(), completed.end());
+    EXPECT_EQ(completed, (Strings{"four 100", "one 101", "three 100", "two 101"}));
+}
+
+TEST_F(Cache, AFileThatCannotBeWrittenIsOneWarningForEachOperationOfItsUUID)
+{
+    properties.CompletedOperations = {MakeOperation("one", 100), MakeOperation("a/b", 100),
+                                      MakeOperation("two", 100), MakeOperation("one", 101)};
+    auto connection = std::make_unique<DaemonConnection>();
+    fs::create_directories(CacheDirectory() / "one");
+    EXPECT_EQ(OutputOf([&] { connection.reset(); }),
+              "[W] Couldn't open " + PathOf("one") + " to save operation\n" + "[W] Couldn't open " +
+                  PathOf("a/b") + " to save operation\n" + "[W] Couldn't open " + PathOf("one") +
+                  " to save operation\n");
+    EXPECT_EQ(Entries(), (Strings{"one", "two"}));
 }
 
 TEST_F(Cache, TheDirectoryIsThereBetweenRunsOnly)
