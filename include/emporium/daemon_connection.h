@@ -20,9 +20,11 @@ namespace Emporium {
 
 class DaemonConnectionPrivate;
 
-/// What an application is called with: one form for operations, one for packages.
-using EventCallback =
-    std::variant<std::function<void(const Operation&)>, std::function<void(const Package&)>>;
+using OperationCallback = std::function<void(const Operation&)>;
+using PackageCallback = std::function<void(const Package&)>;
+
+/// What SubscribeToEvent() takes. A lambda with a parameter of one of the two types converts to it.
+using EventCallback = std::variant<OperationCallback, PackageCallback>;
 
 /// The application's view of the application-store daemon.
 ///
@@ -95,10 +97,9 @@ public:
     /// returned handle goes. Keep it: to drop it ends the subscription.
     ///
     ///     auto subscription = connection.SubscribeToEvent(
-    ///         Emporium::EventType::PackageInstalled,
-    ///         std::function<void(const Emporium::Package&)>([](const Emporium::Package& package) {
+    ///         Emporium::EventType::PackageInstalled, [](const Emporium::Package& package) {
     ///             std::cout << package.GetID() << '\n';
-    ///         }));
+    ///         });
     ///
     /// Callbacks are called in the order of subscription. A callback may subscribe, unsubscribe,
     /// drop handles, query, make a blocking call, or run a main loop of its own. One that was

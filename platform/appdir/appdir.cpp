@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "appdir.h"
 
+#include "common/fs/file_name.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <pwd.h>
 #include <stdexcept>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -19,15 +20,10 @@ std::string Environment(const char* name)
     return value != nullptr ? value : "";
 }
 
-bool IsPlainFileName(std::string_view name)
-{
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
-}
-
 std::string ApplicationName()
 {
     const std::string id = Environment("VEYRA_APP_ID");
-    return IsPlainFileName(id) ? id : program_invocation_short_name;
+    return Common::IsPlainFileName(id) ? id : program_invocation_short_name;
 }
 
 std::filesystem::path HomeFromPasswordDatabase()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "client/completed_operations_cache.h"
 
+#include "common/fs/file_name.h"
 #include "common/log/log_message.h"
 
 #include <appdir.h>
@@ -78,18 +79,10 @@ void EnsureExists(const fs::path& directory)
     }
 }
 
-/// UUIDs come from the daemon. One that leads out of the directory must not become a path.
-bool IsPlainFileName(std::string_view name)
-{
-    constexpr std::string_view separators("/\0", 2);
-    return !name.empty() && name != "." && name != ".." &&
-           name.find_first_of(separators) == std::string_view::npos;
-}
-
 Result<void> Save(const Operation& operation, const fs::path& directory)
 {
-    const std::string& uuid = operation.GetUUID();
-    if (!IsPlainFileName(uuid)) {
+    const std::string& uuid = operation.GetUUID(); // any text that the daemon has sent
+    if (!Common::IsPlainFileName(uuid)) {
         return ErrorResult("Couldn't open " + directory.string() + "/" + uuid +
                            " to save operation");
     }

@@ -2,7 +2,6 @@
 #include <emporium/daemon_connection.h>
 
 #include "client/daemon_connection_private.h"
-#include "model/display_name.h"
 
 #include <algorithm>
 #include <functional>
@@ -24,11 +23,25 @@ DaemonConnectionPrivate& Valid(const std::shared_ptr<DaemonConnectionPrivate>& c
     return *connection;
 }
 
+const char* DisplayName(EventType type)
+{
+    switch (type) {
+    case EventType::PackageInstalled:
+        return "EventType::PackageInstalled";
+    case EventType::PackageUpgraded:
+        return "EventType::PackageUpgraded";
+    case EventType::PackageRemoved:
+        return "EventType::PackageRemoved";
+    case EventType::OperationStatusChanged:
+        return "EventType::OperationStatusChanged";
+    }
+    return "EventType::(Unknown)";
+}
+
 void CheckForm(EventType type, const EventCallback& callback)
 {
-    using OperationForm = std::function<void(const Operation&)>;
     const bool wantsOperation = type == EventType::OperationStatusChanged;
-    if (std::holds_alternative<OperationForm>(callback) == wantsOperation) {
+    if (std::holds_alternative<OperationCallback>(callback) == wantsOperation) {
         return;
     }
     throw std::logic_error(std::string("Attempt to subscribe to the ") + DisplayName(type) +

@@ -5,7 +5,6 @@
 #include "client/process_exit.h"
 #include "common/log/log_message.h"
 
-#include <iterator>
 #include <utility>
 
 namespace Emporium {

@@ -69,18 +69,6 @@ GSourceFuncs sourceFunctions{Prepare, Check, Dispatch, Finalize, nullptr, nullpt
 
 } // namespace
 
-void WakeForQueuedMessages(sdbus::IConnection& connection)
-{
-    try {
-        const auto pollData = connection.getEventLoopPollData();
-        if (pollData.timeout == std::chrono::microseconds::zero()) {
-            eventfd_write(pollData.eventFd, 1);
-        }
-    } catch (const sdbus::Error&) {
-        return; // The bus is lost; the next dispatch reports it.
-    }
-}
-
 Holder::Holder() : m_connection(sdbus::createSessionBusConnection()) {}
 
 void Holder::RequestConnectionName()
@@ -118,6 +106,18 @@ EventDispatcher::SourcePointer EventDispatcher::MakeSource(int descriptor)
     g_source_add_poll(&source->base, &source->pollfd);
     g_source_attach(&source->base, g_main_context_default());
     return source;
+}
+
+void EventDispatcher::WakeForQueuedMessages()
+{
+    try {
+        const auto pollData = m_connection.getEventLoopPollData();
+        if (pollData.timeout == std::chrono::microseconds::zero()) {
+            eventfd_write(pollData.eventFd, 1);
+        }
+    } catch (const sdbus::Error&) {
+        return; // The bus is lost; the next dispatch reports it.
+    }
 }
 
 bool EventDispatcher::ProcessPending()

@@ -9,10 +9,6 @@ namespace Emporium::DBusConnection {
 
 struct DBusEventSource;
 
-/// Has the main loop come back for messages that the bus library read while it waited for a reply:
-/// they are in its own queue, where the bus descriptor does not tell of them.
-void WakeForQueuedMessages(sdbus::IConnection& connection);
-
 /// Owns the process's connection to the session bus.
 class Holder
 {
@@ -48,6 +44,10 @@ public:
     EventDispatcher(const EventDispatcher&) = delete;
     EventDispatcher& operator=(const EventDispatcher&) = delete;
     ~EventDispatcher();
+
+    /// Makes the main loop dispatch messages that the bus library read while it waited for a reply.
+    /// They are in its own queue, so the bus descriptor does not become readable for them.
+    void WakeForQueuedMessages();
 
     /// Processes all that is pending. False if the bus is lost; then both sources are done with.
     bool ProcessPending();

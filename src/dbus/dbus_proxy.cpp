@@ -7,46 +7,11 @@
 #include <sdbus-c++/Error.h>
 
 #include <exception>
-#include <utility>
 
 namespace Emporium {
 
 using Common::LogLevel;
 using Common::LogMessage;
-
-namespace {
-
-ErrorResult CallFailed(const char* method, const std::string& reason)
-{
-    return ErrorResult(std::string("Couldn't call ") + Contract::interfaceName + "." + method +
-                       " dbus method (" + reason + ")");
-}
-
-/// A call that gives back a value: whatever goes wrong, also in decoding, is told in full.
-template <typename Call>
-auto ValueOf(const char* method, Call call) -> Result<decltype(call())>
-{
-    try {
-        return SuccessResult<decltype(call())>(call());
-    } catch (const std::exception& error) {
-        return CallFailed(method, error.what());
-    }
-}
-
-/// A call that gives back nothing: what the daemon says reaches the user, so the error's name,
-/// which is for programs, is left out.
-template <typename Call>
-Result<void> OutcomeOf(const char* method, Call call)
-{
-    try {
-        call();
-        return SuccessResult<void>();
-    } catch (const sdbus::Error& error) {
-        return CallFailed(method, error.getMessage());
-    }
-}
-
-} // namespace
 
 DBusProxy::DBusProxy()
     : EventDispatcher(Connection()),
@@ -65,6 +30,39 @@ DBusProxy::~DBusProxy()
         LogMessage(LogLevel::Warning) << error.getMessage();
         LogMessage(LogLevel::Warning)
             << "Couldn't unregister proxy for the " << Contract::interfaceName << " dbus interface";
+    }
+}
+
+ErrorResult DBusProxy::CallFailed(const char* method, const std::string& reason)
+{
+    // After a good reply the bus library itself wakes the loop for signals that arrived while it
+    // waited; after an error it does not.
+    WakeForQueuedMessages();
+    return ErrorResult(std::string("Couldn't call ") + Contract::interfaceName + "." + method +
+                       " dbus method (" + reason + ")");
+}
+
+/// A call that returns a value. Every failure, also of decoding, is reported with its full text.
+template <typename Function>
+auto DBusProxy::ValueOf(const char* method, Function call) -> Result<decltype(call())>
+{
+    try {
+        return SuccessResult<decltype(call())>(call());
+    } catch (const std::exception& error) {
+        return CallFailed(method, error.what());
+    }
+}
+
+/// A call that returns nothing. Its error is shown to the user, so the error's name, which is meant
+/// for programs, is left out.
+template <typename Function>
+Result<void> DBusProxy::OutcomeOf(const char* method, Function call)
+{
+    try {
+        call();
+        return SuccessResult<void>();
+    } catch (const sdbus::Error& error) {
+        return CallFailed(method, error.getMessage());
     }
 }
 

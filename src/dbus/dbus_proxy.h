@@ -11,9 +11,8 @@
 
 namespace Emporium {
 
-/// The proxy on the session bus. The order of the bases is the order of construction: the
-/// connection before what processes it, both before the daemon's object, and the signals first of
-/// all, so that they are still there for whatever the others do last.
+/// The proxy on the session bus. The bases are constructed in this order, because each needs those
+/// before it: the signals, the connection, its event sources, the daemon's object.
 class DBusProxy final : public IDBusProxy,
                         private DBusConnection::Holder,
                         private DBusConnection::EventDispatcher,
@@ -31,6 +30,12 @@ public:
     Result<void> Restart(const std::string& id) override;
 
 private:
+    template <typename Function>
+    auto ValueOf(const char* method, Function call) -> Result<decltype(call())>;
+    template <typename Function>
+    Result<void> OutcomeOf(const char* method, Function call);
+    ErrorResult CallFailed(const char* method, const std::string& reason);
+
     void onOperationStatusChanged(const Operation& operation) override;
     void onPackageInstalled(const Package& package) override;
     void onPackageUpgraded(const Package& package) override;

@@ -2,7 +2,6 @@
 #include "dbus/emporium_proxy.h"
 
 #include "dbus/contract.h"
-#include "dbus/dbus_connection.h"
 #include "dbus/decoder.h"
 
 #include <sdbus-c++/Error.h>
@@ -11,7 +10,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string_view>
 
 namespace org::velmora {
 
@@ -35,9 +33,8 @@ std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Mess
 
 } // namespace
 
-static_assert(std::string_view(Emporium_proxy::INTERFACE_NAME) == Contract::interfaceName);
-
-Emporium_proxy::Emporium_proxy(sdbus::IProxy& proxy) : m_proxy(proxy), m_interface(INTERFACE_NAME)
+Emporium_proxy::Emporium_proxy(sdbus::IProxy& proxy)
+    : m_proxy(proxy), m_interface(Contract::interfaceName)
 {
 }
 
@@ -102,26 +99,14 @@ sdbus::MethodCall Emporium_proxy::CreateCall(const char* method)
 
 sdbus::MethodReply Emporium_proxy::Call(const char* method)
 {
-    return Send(CreateCall(method));
+    return m_proxy.callMethod(CreateCall(method), defaultReplyTimeout);
 }
 
 sdbus::MethodReply Emporium_proxy::Call(const char* method, const std::string& argument)
 {
     sdbus::MethodCall call = CreateCall(method);
     call << argument;
-    return Send(call);
-}
-
-sdbus::MethodReply Emporium_proxy::Send(const sdbus::MethodCall& call)
-{
-    try {
-        return m_proxy.callMethod(call, defaultReplyTimeout);
-    } catch (const sdbus::Error&) {
-        // After a good reply the bus library itself sees to the signals that arrived while it
-        // waited; after an error it does not.
-        Emporium::DBusConnection::WakeForQueuedMessages(m_proxy.getConnection());
-        throw;
-    }
+    return m_proxy.callMethod(call, defaultReplyTimeout);
 }
 
 } // namespace org::velmora

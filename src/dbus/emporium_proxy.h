@@ -11,12 +11,10 @@
 namespace org::velmora {
 
 /// The client side of the daemon's bus interface: one member for each method, one handler for each
-/// signal. Decoding goes straight from the message to the model.
+/// signal. Decodes messages into the model without values of the bus library in between.
 class Emporium_proxy
 {
 public:
-    static constexpr const char* INTERFACE_NAME = "org.velmora.Emporium";
-
     Emporium_proxy(const Emporium_proxy&) = delete;
     Emporium_proxy& operator=(const Emporium_proxy&) = delete;
 
@@ -24,7 +22,7 @@ protected:
     explicit Emporium_proxy(sdbus::IProxy& proxy);
     ~Emporium_proxy() = default;
 
-    /// Subscribes to the four signals. One whose content is not what the contract says is ignored.
+    /// Subscribes to the four signals. One whose content deviates from the contract is ignored.
     void registerProxy();
 
     virtual void onOperationStatusChanged(const Emporium::Operation& operation) = 0;
@@ -42,7 +40,6 @@ private:
     sdbus::MethodCall CreateCall(const char* method);
     sdbus::MethodReply Call(const char* method);
     sdbus::MethodReply Call(const char* method, const std::string& argument);
-    sdbus::MethodReply Send(const sdbus::MethodCall& call);
 
     template <typename Content>
     void RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),

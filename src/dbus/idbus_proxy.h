@@ -14,9 +14,6 @@
 
 namespace Emporium {
 
-extern template class SuccessResult<Properties>;
-extern template class Result<Properties>;
-
 /// The seam between the connection that applications see and the bus. Everything above it runs
 /// against any implementation; nothing above it knows the bus.
 ///

@@ -3,6 +3,7 @@
 
 #include <emporium/operation.h>
 #include <emporium/package.h>
+#include <emporium/result.h>
 
 #include <string>
 #include <vector>
@@ -18,5 +19,8 @@ struct Properties
     std::vector<Operation> Operations;
     std::vector<Operation> CompletedOperations;
 };
+
+extern template class SuccessResult<Properties>;
+extern template class Result<Properties>;
 
 } // namespace Emporium

@@ -16,19 +16,4 @@ const char* DisplayName(Common::OperationType type)
     return "OperationType::(Unknown)";
 }
 
-const char* DisplayName(EventType type)
-{
-    switch (type) {
-    case EventType::PackageInstalled:
-        return "EventType::PackageInstalled";
-    case EventType::PackageUpgraded:
-        return "EventType::PackageUpgraded";
-    case EventType::PackageRemoved:
-        return "EventType::PackageRemoved";
-    case EventType::OperationStatusChanged:
-        return "EventType::OperationStatusChanged";
-    }
-    return "EventType::(Unknown)";
-}
-
 } // namespace Emporium

@@ -2,12 +2,10 @@
 #pragma once
 
 #include <common/operation_type.h>
-#include <emporium/event_type.h>
 
 namespace Emporium {
 
-/// The names by which messages call these values; numbers without an enumerator are "(Unknown)".
+/// The name used in messages. A number without an enumerator is "OperationType::(Unknown)".
 const char* DisplayName(Common::OperationType type);
-const char* DisplayName(EventType type);
 
 } // namespace Emporium

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <emporium/operation.h>
 
+#include "common/fs/file_descriptor.h"
+
 #include <boost/archive/archive_exception.hpp>
 #include <boost/archive/basic_archive.hpp>
 #include <boost/archive/binary_iarchive.hpp>
@@ -25,6 +27,9 @@
 #include <utility>
 
 namespace Emporium {
+
+using Common::FileDescriptor;
+
 namespace {
 
 /// A damaged archive, for whatever reason; the reader turns every exception into the same text.
@@ -110,26 +115,6 @@ namespace Emporium {
 namespace {
 
 constexpr unsigned int archiveFlags = 0;
-
-class FileDescriptor
-{
-public:
-    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor()
-    {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-        }
-    }
-
-    explicit operator bool() const { return m_descriptor >= 0; }
-    int Get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 /// Opens without ever waiting: a FIFO without an other end, or a device, must not hold up the start
 /// or the end of an application. A path with a zero byte in it names no file; the system would take

@@ -22,8 +22,6 @@
 namespace TestSupport {
 
 using Strings = std::vector<std::string>;
-using OperationCallback = std::function<void(const Emporium::Operation&)>;
-using PackageCallback = std::function<void(const Emporium::Package&)>;
 
 /// A session bus of the test's own.
 class PrivateBus

@@ -91,7 +91,5 @@ protected:
 };
 
 using Strings = std::vector<std::string>;
-using OperationCallback = std::function<void(const Emporium::Operation&)>;
-using PackageCallback = std::function<void(const Emporium::Package&)>;
 
 } // namespace TestSupport

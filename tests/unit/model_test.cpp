@@ -127,16 +127,6 @@ TEST(DisplayName, OfEveryOperationType)
     EXPECT_STREQ(DisplayName(static_cast<OperationType>(-1)), "OperationType::(Unknown)");
 }
 
-TEST(DisplayName, OfEveryEventType)
-{
-    EXPECT_STREQ(DisplayName(EventType::PackageInstalled), "EventType::PackageInstalled");
-    EXPECT_STREQ(DisplayName(EventType::PackageUpgraded), "EventType::PackageUpgraded");
-    EXPECT_STREQ(DisplayName(EventType::PackageRemoved), "EventType::PackageRemoved");
-    EXPECT_STREQ(DisplayName(EventType::OperationStatusChanged),
-                 "EventType::OperationStatusChanged");
-    EXPECT_STREQ(DisplayName(static_cast<EventType>(4)), "EventType::(Unknown)");
-}
-
 TEST(OperationRequest, ADefaultOneIsAnInstallWithoutTexts)
 {
     const OperationRequest request;
