@@ -7,16 +7,18 @@
 #include <sdbus-c++/Error.h>
 
 #include <exception>
+#include <utility>
 
 namespace Emporium {
 
 using Common::LogLevel;
 using Common::LogMessage;
 
-DBusProxy::DBusProxy()
+DBusProxy::DBusProxy(Unregister unregister)
     : EventDispatcher(Connection()),
       ProxyInterfaces(Connection(), sdbus::ServiceName(Contract::busName),
-                      sdbus::ObjectPath(Contract::objectPath))
+                      sdbus::ObjectPath(Contract::objectPath)),
+      m_unregister(std::move(unregister))
 {
     RequestConnectionName();
     registerProxy();
@@ -25,7 +27,7 @@ DBusProxy::DBusProxy()
 DBusProxy::~DBusProxy()
 {
     try {
-        unregisterProxy();
+        m_unregister(getProxy());
     } catch (const sdbus::Error& error) {
         LogMessage(LogLevel::Warning) << error.getMessage();
         LogMessage(LogLevel::Warning)

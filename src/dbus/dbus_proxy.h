@@ -5,8 +5,10 @@
 #include "dbus/emporium_proxy.h"
 #include "dbus/idbus_proxy.h"
 
+#include <sdbus-c++/IProxy.h>
 #include <sdbus-c++/ProxyInterfaces.h>
 
+#include <functional>
 #include <string>
 
 namespace Emporium {
@@ -19,8 +21,12 @@ class DBusProxy final : public IDBusProxy,
                         private sdbus::ProxyInterfaces<org::velmora::Emporium_proxy>
 {
 public:
-    /// Throws a standard exception if the session bus cannot be reached.
-    DBusProxy();
+    /// Drops the signal subscriptions of the bus library's object.
+    using Unregister = std::function<void(sdbus::IProxy&)>;
+
+    /// Throws a standard exception if the session bus cannot be reached. Tests pass an `unregister`
+    /// that fails: the bus library's own cannot be made to.
+    explicit DBusProxy(Unregister unregister = &sdbus::IProxy::unregister);
     ~DBusProxy() override;
 
     Result<Properties> GetAllProperties() override;
@@ -40,6 +46,8 @@ private:
     void onPackageInstalled(const Package& package) override;
     void onPackageUpgraded(const Package& package) override;
     void onPackageRemoved(const std::string& packageID) override;
+
+    const Unregister m_unregister;
 };
 
 } // namespace Emporium

@@ -1,0 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "common/log/log_message.h" // not allowed
+#include "emporiumctl/output.h"
+
+#include <emporium/emporium.h>

@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <common/error.h>
+#include <emporium/result.h>
+
+#include "model/display_name.h" // not allowed
+
+#include <boost/optional.hpp> // not allowed
