@@ -10,10 +10,9 @@
 
 namespace Common {
 
-/// Why the daemon or the library could not do what it was asked for.
+/// Why a request to the daemon or the library failed.
 ///
-/// The numbers cross the bus and are stored in cache files. 4, 7, 9 and 12 are not assigned and
-/// never will be.
+/// The numbers cross the bus and are stored in cache files. 4, 7, 9 and 12 stay unassigned.
 enum class ErrorCode : std::int32_t
 {
     None = 0,
@@ -49,31 +48,31 @@ enum class ErrorCode : std::int32_t
     DisallowedDeveloperSubgroup = 34,
 };
 
-/// The one category of all Common::ErrorCode values; its name is "Common::ErrorCategory".
+/// The category of all Common::ErrorCode values, named "Common::ErrorCategory".
 ///
-/// `ErrorCodeCategroty().message(value)` is the English message of a code; a number that is no
-/// ErrorCode has the message of ErrorCode::Internal. The spelling of this name is part of the
-/// interface. May be called from any thread.
+/// `ErrorCodeCategroty().message(value)` returns the English message of a code; a number without an
+/// ErrorCode has the message of ErrorCode::Internal. The spelling of the function's name is part of
+/// the interface. May be called from any thread.
 EMPORIUM_EXPORT const std::error_category& ErrorCodeCategroty();
 
-/// A standard error code of the category above. May be called from any thread.
+/// Returns a standard error code of the category above. May be called from any thread.
 EMPORIUM_EXPORT std::error_code make_error_code(ErrorCode code);
 
-/// Turns an error's number into its names, or an error's bus name into its number.
+/// Converts an error's number into its names, or its bus name into its number.
 ///
 ///     Common::ErrorCodeHelper helper(static_cast<int>(operation.GetErrorCode()));
 ///     std::cerr << helper.errorCodeAsString() << '\n';   // DowngradeAttempt
 ///
-/// Never fails: what is unknown counts as ErrorCode::Internal.
+/// Never fails: unknown numbers and names count as ErrorCode::Internal.
 class EMPORIUM_EXPORT ErrorCodeHelper
 {
 public:
-    /// From a number. errorCode() is that number even if it is not assigned; the names are then
-    /// those of ErrorCode::Internal.
+    /// From a number. An unassigned number is kept in errorCode(), with the names of
+    /// ErrorCode::Internal.
     explicit ErrorCodeHelper(int code);
 
-    /// From a whole bus error name, compared byte for byte. errorCodeAsString() is then `name`
-    /// itself, unshortened, and errorCodeAsDBusErrorString() is empty.
+    /// From a full bus error name, compared byte for byte. errorCodeAsString() then returns `name`
+    /// unshortened, and errorCodeAsDBusErrorString() an empty text.
     explicit ErrorCodeHelper(const std::string& name);
 
     ErrorCodeHelper(const ErrorCodeHelper& other);
@@ -84,11 +83,11 @@ public:
 
     ErrorCode errorCode() const;
 
-    /// The bus error name, "org.velmora.KVD.Error.DowngradeAttempt" for example. The reference
-    /// lives as long as this object.
+    /// The bus error name, for example "org.velmora.KVD.Error.DowngradeAttempt". The reference is
+    /// valid as long as this object.
     const std::string& errorCodeAsDBusErrorString() const;
 
-    /// The short name, "DowngradeAttempt" for example. The reference lives as long as this object.
+    /// The short name, for example "DowngradeAttempt". The reference is valid as long as this object.
     const std::string& errorCodeAsString() const;
 
 private:
@@ -97,7 +96,7 @@ private:
     std::string m_shortName;
 };
 
-/// What the filesystem utilities throw: an error code with a detail message of its own.
+/// Thrown by the filesystem utilities: an error code with a detail message.
 ///
 /// what() is the detail message; code() is the error code, and code().message() its general text.
 class EMPORIUM_EXPORT Error : public std::system_error
@@ -117,7 +116,7 @@ private:
 
 } // namespace Common
 
-/// Lets an ErrorCode stand where a std::error_code is wanted.
+/// Converts an ErrorCode to std::error_code implicitly.
 template <>
 struct std::is_error_code_enum<Common::ErrorCode> : std::true_type
 {

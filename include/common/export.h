@@ -5,8 +5,8 @@
 #error "libemporium needs C++17 or later (-std=c++17)"
 #endif
 
-/// Marks what libemporium.so.0 exports; everything else in it is hidden.
+/// Marks an entity that libemporium.so.0 exports; all others are hidden.
 #define EMPORIUM_EXPORT __attribute__((visibility("default")))
 
-/// Keeps a member of an exported class inside the library.
+/// Hides a member of an exported class.
 #define EMPORIUM_LOCAL __attribute__((visibility("hidden")))

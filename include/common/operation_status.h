@@ -5,20 +5,21 @@
 
 namespace Common {
 
-/// How far an operation has come.
+/// The progress of an operation.
 ///
-/// The numbers are the daemon's. Only the two finishing ones mean something to the library: with
-/// them an operation leaves the list of active operations. Every other number says that the
-/// operation goes on; it is carried unchanged, so a `switch` over this type needs a default.
+/// The numbers are the daemon's. The library interprets only the two that finish an operation: they
+/// remove it from the active operations. With every other number the operation continues. Numbers
+/// are carried unchanged, so a `switch` over this type needs a default.
 enum class OperationStatus : std::int32_t
 {
-    None = 0,        ///< Of a default-constructed Emporium::Operation.
-    Succeeded = 100, ///< The operation has ended and has done what was asked.
-    Failed = 101,    ///< The operation has ended; Emporium::Operation::GetErrorCode() tells why.
+    None = 0,        ///< The status of a default-constructed Emporium::Operation.
+    Succeeded = 100, ///< The operation has ended successfully.
+    Failed =
+        101, ///< The operation has ended; Emporium::Operation::GetErrorCode() gives the reason.
 };
 
-/// True if the operation has ended, whether it succeeded or failed. Compare no status with `>=`:
-/// numbers above 101 are statuses of operations that continue.
+/// True if the operation has ended, successfully or not. Do not compare statuses with `>=`: with a
+/// number above 101 the operation continues.
 constexpr bool IsFinished(OperationStatus status) noexcept
 {
     return status == OperationStatus::Succeeded || status == OperationStatus::Failed;

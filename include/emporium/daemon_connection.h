@@ -23,31 +23,31 @@ class DaemonConnectionPrivate;
 using OperationCallback = std::function<void(const Operation&)>;
 using PackageCallback = std::function<void(const Package&)>;
 
-/// What SubscribeToEvent() takes. A lambda with a parameter of one of the two types converts to it.
+/// What SubscribeToEvent() takes. A lambda with a parameter of either type converts to it.
 using EventCallback = std::variant<OperationCallback, PackageCallback>;
 
 /// The application's view of the application-store daemon.
 ///
-/// It holds a snapshot of the daemon's state, which is read once when the connection is made and is
-/// kept current by the daemon's signals. Queries are answered from the snapshot, without the bus;
-/// commands are blocking calls of the daemon.
+/// Holds a snapshot of the daemon's state, which is read once at construction and kept current by
+/// the daemon's signals. Queries are answered from the snapshot, without using the bus; commands are
+/// blocking calls to the daemon.
 ///
 /// **Validity.** A connection is valid unless the session bus could not be reached. On an invalid
-/// one everything but `operator bool` and UnsubscribeFromEvent() throws `std::logic_error`. A bus
-/// without a daemon is no such case: the connection is valid and its snapshot is empty; the reason
-/// is written to standard output.
+/// connection, everything except `operator bool` and UnsubscribeFromEvent() throws
+/// `std::logic_error`. If the bus has no daemon, the connection is valid and its snapshot is empty;
+/// the reason is written to standard output.
 ///
-/// **Threads.** One thread: the one that iterates the GLib default main context. Signals are
-/// received, and callbacks called, only while it does; the library starts no thread of its own.
+/// **Threads.** For use on one thread: the one that iterates the GLib default main context. Signals
+/// are received and callbacks called only while it does. The library starts no thread of its own.
 ///
-/// **Lifetime.** A handle: copies share one connection, which goes with the last of them. It then
-/// stores its completed operations in the application's cache directory, for the next connection
-/// to read. Its subscribers are not called any more after that.
+/// **Lifetime.** A handle: copies share one connection, which is destroyed with the last of them. It
+/// then stores its completed operations in the application's cache directory, for the next
+/// connection to read, and calls its subscribers no more.
 class EMPORIUM_EXPORT DaemonConnection
 {
 public:
-    /// A connection with a snapshot and subscriptions of its own. Most applications want the
-    /// process-wide one of GetDaemonConnection(): both share one cache directory.
+    /// Creates a connection with a snapshot and subscriptions of its own. Most applications use the
+    /// process-wide connection, GetDaemonConnection(), instead: both share one cache directory.
     DaemonConnection();
     DaemonConnection(const DaemonConnection& other);
     DaemonConnection(DaemonConnection&& other) noexcept;
@@ -58,8 +58,8 @@ public:
     /// True if the connection is valid.
     explicit operator bool() const;
 
-    /// The processor architecture and the system version that the daemon reported at the start.
-    /// The references live as long as the connection.
+    /// The processor architecture and the system version as of construction; empty if there was no
+    /// daemon. The references are valid as long as the connection.
     const std::string& GetArchitecture() const;
     const std::string& GetVeyraVersion() const;
 
@@ -67,34 +67,36 @@ public:
     std::vector<Package> GetPackageList() const;
 
     /// The installed packages for which the filter returns true. An empty filter throws
-    /// `std::bad_function_call`, unless there is no package to ask it about.
+    /// `std::bad_function_call`, unless no package is installed.
     std::vector<Package> GetPackageList(const PackageFilter& filter) const;
 
     /// The first package with this ID, compared byte for byte.
     Result<Package> GetPackage(const std::string& id) const;
 
-    /// The operations that the daemon runs, or is about to run.
+    /// The operations that are queued or running.
     std::vector<Operation> GetActiveOperations() const;
 
-    /// The first active operation with this UUID. Completed ones are not searched.
+    /// The first active operation with this UUID. Does not search the completed ones.
     Result<Operation> GetActiveOperation(const std::string& uuid) const;
 
     /// The operations that completed in earlier runs of this application, oldest first, then those
-    /// that the daemon knew at the start; one that is among both is in the list twice. What ends
-    /// during the run is not added.
+    /// that the daemon reported at construction. An operation that is in both is listed twice.
+    /// Operations that end during this run are not added.
     std::vector<Operation> GetCompletedOperations() const;
 
-    /// Asks the daemon to install or upgrade (from the request's path) or to remove (the request's
-    /// ID), and gives the new operation's UUID. The operation is active from then on; follow it
-    /// with EventType::OperationStatusChanged. Blocks until the daemon has answered.
+    /// Asks the daemon to install or upgrade the package file of the request, or to remove its
+    /// package, and returns the UUID of the new operation. The operation is active from then on;
+    /// follow it with EventType::OperationStatusChanged. Blocks until the daemon replies.
     Result<std::string> CreateOperation(const OperationRequest& request) const;
 
-    /// Start, or start anew, an application. Both block until the daemon has answered.
+    /// Starts an application. Blocks until the daemon replies.
     Result<void> Start(const std::string& appId) const;
+
+    /// Stops and starts an application. Blocks until the daemon replies.
     Result<void> Restart(const std::string& appId) const;
 
-    /// Has `callback` called at every event of this type, after the snapshot was changed, until the
-    /// returned handle goes. Keep it: to drop it ends the subscription.
+    /// Calls `callback` at every event of this type, after the snapshot has been updated. Keep the
+    /// handle: destroying its last copy unsubscribes.
     ///
     ///     auto subscription = connection.SubscribeToEvent(
     ///         Emporium::EventType::PackageInstalled, [](const Emporium::Package& package) {
@@ -102,17 +104,16 @@ public:
     ///         });
     ///
     /// Callbacks are called in the order of subscription. A callback may subscribe, unsubscribe,
-    /// drop handles, query, make a blocking call, or run a main loop of its own. One that was
-    /// unsubscribed during an event is not called any more; one that was added is called from the
-    /// next event on. An exception that leaves a callback ends the event, so that the callbacks
-    /// after it miss it; it does not reach the application, since the bus library holds it back,
-    /// and later events come as usual.
+    /// destroy handles, query, make a blocking call, or run a nested main loop. A callback that is
+    /// unsubscribed during an event is no longer called; one that is added is called from the next
+    /// event on. If a callback throws, the callbacks after it miss the event; the bus library catches
+    /// the exception, so it does not reach the application, and later events are delivered.
     ///
-    /// Throws `std::logic_error` if the callback's form is not the one of the event type. An empty
-    /// function of the right form is taken, and fails at the event as a throwing callback does.
+    /// Throws `std::logic_error` if the callback does not have the form of the event type. An empty
+    /// function of the right form is accepted; its call at the event throws `std::bad_function_call`.
     EventSubscription SubscribeToEvent(EventType type, const EventCallback& callback) const;
 
-    /// Ends a subscription of this connection. One that is not there, or is gone, is no error.
+    /// Removes a subscription of this connection. Does nothing if there is none with this ID.
     void UnsubscribeFromEvent(const EventSubscription& subscription);
 
 private:
@@ -122,16 +123,16 @@ private:
     std::shared_ptr<DaemonConnectionPrivate> m_private;
 };
 
-/// The process-wide connection. The first call makes it, and with it the connection to the bus; it
-/// lives until the process exits, and longer if handles of it do. If it could not be made valid it
-/// stays invalid, so test it:
+/// The process-wide connection. Created on first use, with the connection to the bus; lives until
+/// process exit, or as long as its handles. If the bus could not be reached, it stays invalid, so
+/// test it:
 ///
 ///     const auto connection = Emporium::GetDaemonConnection();
 ///     if (!connection) {
 ///         return EXIT_FAILURE;   // no session bus
 ///     }
 ///
-/// While the process exits nothing is made anew: a first call then gives an invalid connection.
+/// During process exit, returns the existing connection or an invalid one; never creates one.
 EMPORIUM_EXPORT DaemonConnection GetDaemonConnection();
 
 } // namespace Emporium

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// Everything that libemporium offers.
+/// The whole interface of libemporium.
 
 #include <common/export.h>
 

@@ -10,21 +10,19 @@ namespace Emporium {
 
 class EventSubscriptionPrivate;
 
-/// Keeps a subscription alive: it ends when the last copy of this handle goes, or earlier with
-/// DaemonConnection::UnsubscribeFromEvent(). To drop what SubscribeToEvent() returns therefore ends
-/// the subscription at once.
+/// Owns a subscription: destroying the last copy of this handle unsubscribes. If the result of
+/// DaemonConnection::SubscribeToEvent() is discarded, the subscription therefore ends at once.
 ///
-/// The end of the last copy acts on the process-wide connection, the one that
-/// GetDaemonConnection() returns; a subscription of another connection is ended with
-/// UnsubscribeFromEvent(). Belongs to the thread of the GLib default main context. May be a global:
-/// while the process exits nothing is made anew for it.
+/// Destruction acts on the process-wide connection, GetDaemonConnection(). End a subscription of
+/// another connection with its UnsubscribeFromEvent(). For use on the thread of the GLib default main
+/// context. May be a global: during process exit it creates no connection.
 class EMPORIUM_EXPORT EventSubscription
 {
 public:
-    /// No subscription: the ID is 0, and nothing happens when it goes.
+    /// Owns no subscription: the ID is 0, and destruction does nothing.
     EventSubscription();
 
-    /// A subscription of the process-wide connection by its ID; it ends with this handle.
+    /// Takes ownership of the process-wide connection's subscription with this ID.
     explicit EventSubscription(std::uint64_t id);
 
     EventSubscription(const EventSubscription& other);
@@ -33,7 +31,7 @@ public:
     EventSubscription& operator=(EventSubscription&& other) noexcept;
     ~EventSubscription();
 
-    /// The IDs of a connection begin with 1 and are never used again.
+    /// Unique within a connection: 1, 2, 3 and so on, never reused.
     std::uint64_t GetID() const;
 
 private:

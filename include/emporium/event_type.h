@@ -5,12 +5,12 @@
 
 namespace Emporium {
 
-/// What an application can subscribe to.
+/// The daemon's events, for DaemonConnection::SubscribeToEvent().
 enum class EventType : std::int32_t
 {
-    PackageInstalled = 0,       ///< The callback takes a `const Package&`.
-    PackageUpgraded = 1,        ///< The callback takes a `const Package&`.
-    PackageRemoved = 2,         ///< The callback takes a `const Package&`: the package as it was.
+    PackageInstalled = 0, ///< The callback takes a `const Package&`.
+    PackageUpgraded = 1,  ///< The callback takes a `const Package&`.
+    PackageRemoved = 2, ///< The callback takes a `const Package&`: the package before its removal.
     OperationStatusChanged = 3, ///< The callback takes a `const Operation&`.
 };
 

@@ -16,14 +16,14 @@ class OperationPrivate;
 
 /// An install, upgrade or removal that the daemon runs or has run.
 ///
-/// It is a picture of one moment: a handle whose copies share one object that never changes, so
-/// copies may be read on several threads at once. Two pictures of the same operation have the same
-/// UUID. The references that the getters return live as long as any copy. A handle that was moved
-/// from may only be assigned to or destroyed.
+/// Describes the operation at one moment; a later description of it has the same UUID. A handle:
+/// copies are cheap and share one immutable object, so several threads may read copies at once. The
+/// references that the getters return are valid as long as any copy. A handle that was moved from
+/// may only be assigned to or destroyed.
 class EMPORIUM_EXPORT Operation
 {
 public:
-    /// Both texts empty, type Install, status None, error code None.
+    /// An operation with empty texts, type Install, status None and error code None.
     Operation();
     Operation(std::string uuid, std::string packageID, Common::OperationType type,
               Common::OperationStatus status, Common::ErrorCode errorCode);
@@ -34,22 +34,22 @@ public:
     Operation& operator=(Operation&& other) noexcept;
     ~Operation();
 
-    /// The operation's name with the daemon; a text, not necessarily in the form of a UUID.
+    /// Identifies the operation; any text that the daemon chose, not necessarily a UUID by its form.
     const std::string& GetUUID() const;
     const std::string& GetPackageID() const;
 
-    /// These three carry whatever number the daemon sent, also one that has no enumerator.
+    /// These carry the daemon's number unchanged, also one without an enumerator.
     const Common::OperationType& GetType() const;
     const Common::OperationStatus& GetStatus() const;
     const Common::ErrorCode& GetErrorCode() const;
 
-    /// Writes the operation to a file, which it creates or truncates, in place: a failure can leave
-    /// a partial file behind. Never throws for a failed write. The file is meant for the same
-    /// library on the same machine.
+    /// Writes the operation to a file, which is created or truncated; a failure can leave a partial
+    /// file. Returns an error if writing fails. The file is meant for the same library on the same
+    /// machine.
     Result<void> SaveToFile(const std::string& path) const;
 
-    /// Reads what SaveToFile() wrote. Never throws for a missing or damaged file, and takes no
-    /// more memory than a small multiple of the file's size, whatever it contains.
+    /// Reads a file that SaveToFile() wrote. Returns an error if the file is missing or damaged.
+    /// Needs at most a small multiple of the file's size as memory, whatever the file contains.
     static Result<Operation> FromFile(const std::string& path);
 
 private:

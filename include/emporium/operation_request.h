@@ -11,19 +11,19 @@ namespace Emporium {
 
 class OperationRequestPrivate;
 
-/// What DaemonConnection::CreateOperation() is to do. Made with OperationRequest::Builder, which
-/// sees to it that nothing is missing.
+/// The argument of DaemonConnection::CreateOperation(). Create it with OperationRequest::Builder,
+/// which checks that it is complete.
 ///
-/// Unlike a Package or an Operation a request can be changed, and copies share one state: a setter
-/// that is called on one copy is seen by all. For use on one thread. A handle that was moved from
-/// may only be assigned to or destroyed.
+/// Unlike a Package or an Operation, a request is mutable, and copies share their state: a setter
+/// called on one copy changes all of them. For use on one thread. A handle that was moved from may
+/// only be assigned to or destroyed.
 class EMPORIUM_EXPORT OperationRequest
 {
 public:
     class Builder;
     class BuilderPrivate;
 
-    /// Type Install, both texts empty.
+    /// A request of type Install with empty texts.
     OperationRequest();
     OperationRequest(const OperationRequest& other);
     OperationRequest(OperationRequest&& other) noexcept;
@@ -37,26 +37,26 @@ public:
 
     void SetOperationType(Common::OperationType type);
 
-    /// The package to remove; of no use for an installation or upgrade.
+    /// The package to remove. Ignored by an installation or upgrade.
     void SetPackageID(const std::string& id);
 
-    /// The package file to install or upgrade from, as the daemon sees it: give a whole path. Of no
-    /// use for a removal.
+    /// The package file to install or upgrade from. The daemon opens it, so the path has to be
+    /// absolute. Ignored by a removal.
     void SetPackagePath(const std::string& path);
 
 private:
     std::shared_ptr<OperationRequestPrivate> m_private;
 };
 
-/// Makes requests that are complete.
+/// Builds complete requests.
 ///
 ///     const auto request = Emporium::OperationRequest::Builder()
 ///                              .SetOperationType(Common::OperationType::Install)
 ///                              .SetPackagePath("/home/user/Downloads/app.pkg")
 ///                              .Build();
 ///
-/// One builder can build several requests, each with a state of its own; copies of a builder share
-/// one state.
+/// One builder can build several requests, each with a state of its own. Copies of a builder share
+/// their state.
 class EMPORIUM_EXPORT OperationRequest::Builder
 {
 public:
@@ -71,8 +71,8 @@ public:
     Builder& SetPackageID(const std::string& id);
     Builder& SetPackagePath(const std::string& path);
 
-    /// The request, with the one text that its type needs; the other one is left out. Throws
-    /// `std::logic_error` if the type, or what the type needs, was not set.
+    /// Returns a request with the one text that its type needs; the other text is left out. Throws
+    /// `std::logic_error` if the type, or the text that it needs, was not set.
     OperationRequest Build() const;
 
 private:

@@ -13,16 +13,16 @@ class PackagePrivate;
 
 /// An installed package, as the daemon described it.
 ///
-/// A handle: copies are cheap and share one object that never changes, so copies may be read on
-/// several threads at once. The references that the getters return live as long as any copy. A
-/// handle that was moved from may only be assigned to or destroyed.
+/// A handle: copies are cheap and share one immutable object, so several threads may read copies at
+/// once. The references that the getters return are valid as long as any copy. A handle that was
+/// moved from may only be assigned to or destroyed.
 class EMPORIUM_EXPORT Package
 {
 public:
-    /// A package whose texts are all empty.
+    /// A package with empty texts.
     Package();
 
-    /// Mind the order: the subgroup comes before the certificate ID, as the daemon sends them.
+    /// Note the order: the subgroup precedes the certificate ID, as on the wire.
     Package(std::string id, std::string version, std::string developerCertificateSubgroup,
             std::string developerCertificateID, std::map<std::string, std::string> map);
 

@@ -14,7 +14,7 @@ class SuccessResultPrivate;
 template <typename T>
 class ResultPrivate;
 
-/// A failure, told in an English message.
+/// A failure with an English message.
 ///
 /// Like every class of this interface it is a handle: copies are cheap and share one object. A
 /// handle that was moved from may only be assigned to or destroyed.
@@ -28,28 +28,28 @@ public:
     ErrorResult& operator=(ErrorResult&& other) noexcept;
     ~ErrorResult();
 
-    /// The message. The reference lives as long as any copy of this handle.
+    /// The message. The reference is valid as long as any copy of this handle.
     const std::string& Get() const;
 
 private:
     std::shared_ptr<ErrorResultPrivate> m_private;
 };
 
-/// A success that carries a value.
+/// A success with a value.
 template <typename T>
 class EMPORIUM_EXPORT SuccessResult
 {
 public:
     explicit SuccessResult(T value);
 
-    /// The value. The reference lives as long as any copy of this handle.
+    /// The value. The reference is valid as long as any copy of this handle.
     const T& Get() const;
 
 private:
     std::shared_ptr<SuccessResultPrivate<T>> m_private;
 };
 
-/// A success that carries nothing.
+/// A success without a value.
 template <>
 class EMPORIUM_EXPORT SuccessResult<void>
 {
@@ -64,9 +64,9 @@ class EMPORIUM_EXPORT SuccessResult<void>
 ///         std::cerr << package.GetError() << '\n';
 ///     }
 ///
-/// The library provides it for `void`, Package, Operation and `std::string`. A result never
-/// changes, so any number of threads may read and copy the same one. Asking for what it does not
-/// hold throws `std::bad_variant_access` and leaves it as it was.
+/// The library provides it for `void`, Package, Operation and `std::string`. Immutable, so any number
+/// of threads may read and copy the same result. Get() on a failure and GetError() on a success throw
+/// `std::bad_variant_access`.
 template <typename T>
 class EMPORIUM_EXPORT Result
 {
@@ -79,18 +79,18 @@ public:
     /// True on success.
     explicit operator bool() const;
 
-    /// The value. The reference lives as long as any copy of this handle.
+    /// The value. The reference is valid as long as any copy of this handle.
     const T& Get() const;
     const T* operator->() const;
 
-    /// The message. The reference lives as long as any copy of this handle.
+    /// The message. The reference is valid as long as any copy of this handle.
     const std::string& GetError() const;
 
 private:
     std::shared_ptr<ResultPrivate<T>> m_private;
 };
 
-/// The outcome of a command that gives back nothing.
+/// The outcome of a command that returns no value.
 template <>
 class EMPORIUM_EXPORT Result<void>
 {
@@ -103,7 +103,7 @@ public:
     /// True on success.
     explicit operator bool() const;
 
-    /// The message. The reference lives as long as any copy of this handle.
+    /// The message. The reference is valid as long as any copy of this handle.
     const std::string& GetError() const;
 
 private:
