@@ -2,7 +2,8 @@
 #pragma once
 
 /// The daemon's bus interface in names and signatures. data/org.velmora.Emporium.xml says the same
-/// to the rest of the world; a test holds the two together.
+/// to the rest of the world; a test compares the two in both directions. Constants only: programs
+/// that do not link the library include this as well.
 namespace Emporium::Contract {
 
 inline constexpr const char* busName = "org.velmora.Emporium";
@@ -19,6 +20,8 @@ inline constexpr const char* packageRecordArray = "a(ssssa{sv})";
 inline constexpr const char* operationRecordArray = "a(ssiii)";
 inline constexpr const char* dictionaryEntry = "{sv}";
 inline constexpr const char* dictionaryEntryFields = "sv";
+inline constexpr const char* dictionary = "a{sv}";
+inline constexpr const char* string = "s";
 
 namespace Method {
 inline constexpr const char* getAllProperties = "GetAllProperties";
@@ -43,5 +46,49 @@ inline constexpr const char* packages = "Packages";
 inline constexpr const char* operations = "Operations";
 inline constexpr const char* completedOperations = "CompletedOperations";
 } // namespace Property
+
+// The whole interface with its signatures, for the comparison with the XML.
+
+struct MethodShape
+{
+    const char* name;
+    const char* arguments;
+    const char* reply;
+};
+
+inline constexpr MethodShape allMethods[] = {
+    {Method::getAllProperties, "", dictionary},
+    {Method::install, string, operationRecord},
+    {Method::remove, string, operationRecord},
+    {Method::start, string, ""},
+    {Method::restart, string, ""},
+};
+
+struct SignalShape
+{
+    const char* name;
+    const char* arguments;
+};
+
+inline constexpr SignalShape allSignals[] = {
+    {Signal::operationStatusChanged, operationRecord},
+    {Signal::packageInstalled, packageRecord},
+    {Signal::packageUpgraded, packageRecord},
+    {Signal::packageRemoved, string},
+};
+
+struct PropertyShape
+{
+    const char* name;
+    const char* signature;
+};
+
+inline constexpr PropertyShape allProperties[] = {
+    {Property::architecture, string},
+    {Property::veyraVersion, string},
+    {Property::packages, packageRecordArray},
+    {Property::operations, operationRecordArray},
+    {Property::completedOperations, operationRecordArray},
+};
 
 } // namespace Emporium::Contract

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "dbus/contract.h"
 #include "dbus/properties.h"
 
 #include <sdbus-c++/IProxy.h>

@@ -13,6 +13,7 @@ struct Unref
     void operator()(GVariant* variant) const { g_variant_unref(variant); }
     void operator()(GError* error) const { g_error_free(error); }
     void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
+    void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
 };
 
 template <typename T>
