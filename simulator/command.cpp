@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "command.h"
+#include "simulator/command.h"
 
 #include <stdexcept>
 

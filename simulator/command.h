@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "glib_ptr.h"
+#include "simulator/glib_ptr.h"
 
 #include <functional>
 #include <string>

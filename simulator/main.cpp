@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "catalogue.h"
-#include "command.h"
-#include "failures.h"
-#include "options.h"
-#include "private_bus.h"
-#include "recording.h"
-#include "replay.h"
-#include "scenario.h"
-#include "simulator.h"
+#include "simulator/bus/private_bus.h"
+#include "simulator/command.h"
+#include "simulator/faults/replay.h"
+#include "simulator/faults/scenario.h"
+#include "simulator/files/catalogue.h"
+#include "simulator/files/input_error.h"
+#include "simulator/files/recording.h"
+#include "simulator/glib_ptr.h"
+#include "simulator/options.h"
+#include "simulator/simulated_daemon.h"
 
 #include <glib-unix.h>
 
@@ -65,9 +66,9 @@ private:
 
     int Serve(Catalogue catalogue)
     {
-        Simulator simulator(m_options, std::move(catalogue), {},
-                            [this](int status) { Quit(status); });
-        Open(simulator);
+        SimulatedDaemon daemon(m_options, std::move(catalogue), {},
+                               [this](int status) { Quit(status); });
+        Open(daemon);
         if (m_refused) {
             return exitUsage;
         }
@@ -79,9 +80,9 @@ private:
     int RunCommand(Catalogue catalogue)
     {
         const PrivateBus bus;
-        // The command goes on when the simulator leaves the bus: that is what it may want to see.
-        Simulator simulator(m_options, std::move(catalogue), bus.Address(), [](int) {});
-        Open(simulator);
+        // The command keeps running when the simulator leaves the bus: it may test just that.
+        SimulatedDaemon daemon(m_options, std::move(catalogue), bus.Address(), [](int) {});
+        Open(daemon);
         if (m_refused) {
             return exitUsage;
         }
@@ -95,18 +96,17 @@ private:
         return Loop();
     }
 
-    void Open(Simulator& simulator)
+    void Open(SimulatedDaemon& daemon)
     {
-        m_replay.emplace(std::move(m_events), m_options.speed, simulator.Lists(),
-                         [&simulator](const std::string& name, const Variant& body) {
-                             simulator.Emit(name, body);
-                         });
-        simulator.Daemon().OnSnapshot([this] { m_replay->Start(); });
-        simulator.TakeNames();
+        m_replay.emplace(
+            std::move(m_events), m_options.speed, daemon.Lists(),
+            [&daemon](const std::string& name, const Variant& body) { daemon.Emit(name, body); });
+        daemon.Service().OnSnapshot([this] { m_replay->Start(); });
+        daemon.TakeNames();
         if (m_scenario) {
             m_scenario->Run(
-                [&simulator](const std::string& verb, GVariant* arguments) {
-                    simulator.Verbs().Perform(verb, arguments);
+                [&daemon](const std::string& verb, GVariant* arguments) {
+                    daemon.ControlInterface().Perform(verb, arguments);
                 },
                 [this](const std::string& message) { Refuse(message); });
         }
@@ -128,7 +128,7 @@ private:
         if (!m_quit) {
             g_main_loop_run(m_loop.get());
         }
-        // Both refer to the simulator, which goes before this object.
+        // Both refer to the simulated daemon, which is destroyed before this object.
         m_scenario.reset();
         m_replay.reset();
         return m_refused ? exitUsage : m_status;
@@ -141,7 +141,7 @@ private:
         g_main_loop_quit(m_loop.get());
     }
 
-    // A command gets the signal, and its end is ours.
+    // With a command, passes the signal on to it; its end then ends this program.
     gboolean Stop(int number)
     {
         if (m_command) {

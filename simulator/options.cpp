@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "options.h"
+#include "simulator/options.h"
+
+#include "simulator/glib_ptr.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "operations.h"
-#include "package_file.h"
+#include "simulator/daemon/operation_queue.h"
+#include "simulator/files/package_file.h"
 
 #include <stdexcept>
 #include <string>

@@ -3,6 +3,7 @@
 // Compares the names and signatures in code with the introspection data, in both directions.
 
 #include "dbus/contract.h"
+#include "simulator/faults/control_contract.h"
 #include "support/gobject.h"
 
 #include <gio/gio.h>
@@ -16,6 +17,7 @@
 namespace {
 
 namespace Contract = Emporium::Contract;
+namespace ControlContract = Simulator::ControlContract;
 using TestSupport::Owned;
 
 /// Signatures of the arguments and of the reply.
@@ -139,6 +141,23 @@ TEST_F(BusContract, TheSignaturesInCodeFitOneAnother)
     EXPECT_EQ(Contract::packageRecordArray, "a" + std::string(Contract::packageRecord));
     EXPECT_EQ(Contract::dictionaryEntry, "{" + std::string(Contract::dictionaryEntryFields) + "}");
     EXPECT_EQ(Contract::dictionary, "a" + std::string(Contract::dictionaryEntry));
+}
+
+TEST(SimulatorControlContract, TheVerbsAreTheSame)
+{
+    const auto node = ReadNode(EMPORIUM_DATA_DIR "/org.velmora.Emporium.Simulator.xml");
+    ASSERT_NE(node, nullptr);
+    EXPECT_STREQ(node->path, ControlContract::objectPath);
+    const GDBusInterfaceInfo* const interface =
+        g_dbus_node_info_lookup_interface(node.get(), ControlContract::interfaceName);
+    ASSERT_NE(interface, nullptr);
+    EXPECT_EQ(node->interfaces[1], nullptr);
+    std::map<std::string, Signatures> inCode;
+    for (const auto& verb : ControlContract::allVerbs) {
+        inCode[verb.name] = {verb.arguments, verb.reply};
+    }
+    EXPECT_EQ(inCode, MethodsOf(*interface));
+    EXPECT_TRUE(SignalsOf(*interface).empty());
 }
 
 } // namespace

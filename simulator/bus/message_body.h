@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "simulator/bus/variant.h"
+
+#include <string>
+
+namespace Simulator {
+
+/// The body of a message with one argument.
+Variant Body(const Variant& argument);
+
+/// The body of a message without arguments.
+Variant EmptyBody();
+
+/// A value in GVariant text format, of a type that the bus can transport.
+/// @throws std::invalid_argument with the reason
+Variant ParseBusValue(const std::string& text);
+
+/// The body of a message in the same format: a tuple, or an empty text for no arguments.
+/// @throws std::invalid_argument with the reason
+Variant ParseBody(const std::string& text);
+
+} // namespace Simulator

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "simulator/daemon/daemon_service.h"
+
+#include "simulator/bus/bus_error.h"
+#include "simulator/bus/message_body.h"
+#include "simulator/introspection.h"
+#include "simulator/timer.h"
+
+#include <map>
+#include <memory>
+#include <utility>
+
+namespace Simulator {
+
+namespace {
+
+std::string FirstString(GVariant* arguments)
+{
+    if (g_variant_n_children(arguments) == 0) {
+        return {};
+    }
+    const char* text = nullptr;
+    g_variant_get(arguments, "(&s)", &text);
+    return text;
+}
+
+Variant OperationList(const std::vector<Operation>& operations)
+{
+    GVariantBuilder list;
+    g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssiii)"));
+    for (const Operation& operation : operations) {
+        g_variant_builder_add_value(&list, ToVariant(operation).Get());
+    }
+    return Variant(g_variant_builder_end(&list));
+}
+
+Variant TextValue(const std::string& text)
+{
+    return Variant(g_variant_new_string(text.c_str()));
+}
+
+// Sends the reply as a bare message: GIO's functions for replies refuse a body whose signature
+// differs from the introspection data.
+void Send(GDBusConnection* connection, GDBusMessage* message)
+{
+    ErrorSlot error;
+    if (g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       &error) == FALSE) {
+        g_printerr("emporium-simulator: cannot send a reply: %s\n", error.Message().c_str());
+    }
+}
+
+} // namespace
+
+DaemonService::DaemonService(BusConnection& bus, Store& store, OperationQueue& operations,
+                             InjectedFaults& faults, std::function<void()> exit)
+    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults),
+      m_exit(std::move(exit)),
+      m_object(bus, Contract::objectPath, daemonIntrospection,
+               [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
+                   Call(method, arguments, invocation);
+               })
+{
+}
+
+bool DaemonService::HasMethod(const std::string& name) const
+{
+    auto* interface = const_cast<GDBusInterfaceInfo*>(&m_object.Interface());
+    return g_dbus_interface_info_lookup_method(interface, name.c_str()) != nullptr;
+}
+
+void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
+{
+    const ObjectPtr<GDBusMethodInvocation> owned(invocation);
+    MethodScript& script = m_faults.methods[method];
+    ++script.calls;
+    script.lastArgument = FirstString(arguments);
+    if (script.exits) {
+        m_exit();
+        return;
+    }
+    const std::vector<QueuedSignal> signals = std::exchange(script.signals, {});
+    GDBusMessage* call = g_dbus_method_invocation_get_message(invocation);
+    std::shared_ptr<GDBusMessage> reply = Answer(method, script, call);
+    auto send = [this, signals, reply] {
+        EmitQueued(signals);
+        Send(m_bus.Get(), reply.get());
+    };
+    if (script.delay == 0) {
+        send();
+    } else {
+        RunLater(script.delay, send);
+    }
+}
+
+ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodScript& script,
+                                              GDBusMessage* call)
+{
+    try {
+        if (auto error = script.errors.extract(script.calls)) {
+            throw BusError(error.mapped());
+        }
+        Variant body;
+        if (script.replies.empty()) {
+            body = Perform(method, script.lastArgument);
+        } else {
+            body = script.replies.front();
+            script.replies.pop_front();
+        }
+        ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
+        g_dbus_message_set_body(reply.get(), body.Get());
+        return reply;
+    } catch (const BusError& error) {
+        return ObjectPtr<GDBusMessage>(
+            g_dbus_message_new_method_error_literal(call, error.Name().c_str(), error.what()));
+    }
+}
+
+Variant DaemonService::Perform(const std::string& method, const std::string& argument)
+{
+    if (method == Contract::Method::getAllProperties) {
+        return Body(Properties());
+    }
+    if (method == Contract::Method::install) {
+        return Body(ToVariant(m_operations.Install(argument)));
+    }
+    if (method == Contract::Method::remove) {
+        return Body(ToVariant(m_operations.Remove(argument)));
+    }
+    RequirePackage(argument);
+    return EmptyBody();
+}
+
+Variant DaemonService::Properties()
+{
+    if (m_snapshotTaken) {
+        m_snapshotTaken();
+    }
+    std::map<std::string, Variant> values = {
+        {Contract::Property::architecture, TextValue(m_store.Lists().architecture)},
+        {Contract::Property::veyraVersion, TextValue(m_store.Lists().version)},
+        {Contract::Property::packages, m_store.PackagesValue()},
+        {Contract::Property::operations, OperationList(m_store.Lists().active)},
+        {Contract::Property::completedOperations, OperationList(m_store.Lists().completed)}};
+    for (const auto& [key, value] : m_faults.properties) {
+        values[key] = value;
+    }
+
+    GVariantBuilder dictionary;
+    g_variant_builder_init(&dictionary, G_VARIANT_TYPE_VARDICT);
+    for (const auto& [key, value] : values) {
+        if (value) {
+            g_variant_builder_add(&dictionary, "{sv}", key.c_str(), value.Get());
+        }
+    }
+    return Variant(g_variant_builder_end(&dictionary));
+}
+
+void DaemonService::RequirePackage(const std::string& id) const
+{
+    if (m_store.FindPackage(id) == nullptr) {
+        throw BusError(Common::ErrorCode::PackageNotExist);
+    }
+}
+
+void DaemonService::EmitQueued(const std::vector<QueuedSignal>& signals)
+{
+    for (const QueuedSignal& signal : signals) {
+        try {
+            m_bus.Emit({.name = signal.name}, signal.body);
+        } catch (const BusError& error) {
+            g_printerr("emporium-simulator: %s\n", error.what());
+        }
+    }
+}
+
+} // namespace Simulator

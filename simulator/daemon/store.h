@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "simulator/files/catalogue.h"
+
+#include <string>
+
+namespace Simulator {
+
+/// The lists of the daemon, saved to a state directory if there is one.
+class Store
+{
+public:
+    /// @param stateDirectory where every change is saved; empty: nowhere. A state saved there
+    /// earlier replaces the catalogue.
+    /// @throws InputError when the saved state is damaged
+    Store(Catalogue catalogue, const std::string& stateDirectory);
+
+    const Catalogue& Lists() const { return m_lists; }
+    const Package* FindPackage(const std::string& id) const;
+
+    /// @return whether it replaced a package of the same ID
+    bool PutPackage(Package package);
+    bool RemovePackage(const std::string& id);
+    /// Adds an active operation, or overwrites the one of its UUID.
+    void PutActive(const Operation& operation);
+    /// Adds a completed operation and removes it from the active ones.
+    void PutCompleted(const Operation& operation);
+    void Reset();
+
+    /// The value of the property Packages; cached until the list changes.
+    const Variant& PackagesValue();
+
+private:
+    void Save();
+
+    Catalogue m_initial;
+    Catalogue m_lists;
+    std::string m_statePath;
+    Variant m_packagesValue;
+};
+
+} // namespace Simulator

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "simulator/daemon/operation_queue.h"
+#include "simulator/daemon/store.h"
+#include "simulator/files/recording.h"
+#include "simulator/timer.h"
+
+namespace Simulator {
+
+/// Plays the events of a recording back: sends each signal and changes the lists accordingly.
+class Replay
+{
+public:
+    Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit);
+
+    /// Starts the clock; later calls change nothing.
+    void Start();
+
+private:
+    void ScheduleNext();
+    void Play(const RecordedEvent& event);
+    void Play(const Operation& operation);
+    void Play(const PackageArrival& arrival);
+    void Play(const PackageRemoval& removal);
+
+    std::vector<RecordedEvent> m_events;
+    double m_speed;
+    Store& m_store;
+    EmitSignal m_emit;
+    std::size_t m_next = 0;
+    gint64 m_startMicroseconds = 0;
+    Timer m_timer;
+};
+
+} // namespace Simulator

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "simulator/files/text_file.h"
+
+#include "simulator/files/input_error.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace Simulator {
+
+namespace {
+
+class Descriptor
+{
+public:
+    explicit Descriptor(const std::string& path)
+        : m_number(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
+    {
+        if (m_number < 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { close(m_number); }
+
+    int Get() const { return m_number; }
+
+private:
+    int m_number;
+};
+
+void RequireText(const std::string& path, const std::string& content)
+{
+    const char* end = nullptr;
+    if (g_utf8_validate(content.data(), static_cast<gssize>(content.size()), &end)) {
+        return;
+    }
+    const auto line = 1 + std::count(content.data(), end, '\n');
+    throw InputError(path, static_cast<std::size_t>(line), "not UTF-8 text");
+}
+
+} // namespace
+
+std::string ReadTextFile(const std::string& path, std::size_t limit)
+{
+    const Descriptor file(path);
+    struct stat status = {};
+    if (fstat(file.Get(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw InputError(path, 0, "not a regular file");
+    }
+
+    std::string content;
+    char buffer[65536];
+    for (;;) {
+        const ssize_t count = read(file.Get(), buffer, sizeof buffer);
+        if (count == 0) {
+            break;
+        }
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        content.append(buffer, static_cast<std::size_t>(count));
+        if (content.size() > limit) {
+            throw InputError(path, 0, "larger than " + std::to_string(limit) + " bytes");
+        }
+    }
+    RequireText(path, content);
+    return content;
+}
+
+} // namespace Simulator

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "simulator/simulated_daemon.h"
+
+#include "simulator/bus/bus_error.h"
+#include "simulator/faults/control_contract.h"
+
+#include <utility>
+
+namespace Simulator {
+
+SimulatedDaemon::SimulatedDaemon(const Options& options, Catalogue catalogue,
+                                 const std::string& busAddress,
+                                 const std::function<void(int status)>& gone)
+    : m_bus(busAddress), m_store(std::move(catalogue), options.state),
+      m_operations(m_store, options.pace,
+                   [this](const std::string& name, const Variant& body) { Emit(name, body); }),
+      m_daemon(m_bus, m_store, m_operations, m_faults,
+               [this, gone] {
+                   m_operations.Clear();
+                   m_bus.Close();
+                   gone(0);
+               }),
+      m_control(m_bus, m_store, m_operations, m_faults, m_daemon)
+{
+    m_bus.OnLost([gone] {
+        g_printerr("emporium-simulator: the bus is gone\n");
+        gone(1);
+    });
+}
+
+// Called from the main loop, where an exception would end the program.
+void SimulatedDaemon::Emit(const std::string& name, const Variant& body)
+{
+    try {
+        m_bus.Emit({.name = name}, body);
+    } catch (const BusError&) {
+        return; // After ExitDuring, operations continue without signals.
+    }
+}
+
+void SimulatedDaemon::TakeNames()
+{
+    m_bus.Own(ControlContract::busName);
+    m_bus.Own(Contract::busName);
+}
+
+} // namespace Simulator
