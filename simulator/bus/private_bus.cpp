@@ -1,26 +1,30 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/bus/private_bus.h"
 
+#include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/un.h>
 
+#include <cerrno>
 #include <csignal>
-#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace Simulator {
 
 namespace {
 
-// The limits are those of a session bus: without them, a large catalogue does not fit a message.
-std::string Configuration(const std::string& directory)
-{
-    return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+// The limits are those of a session bus: with the default ones, a large catalogue does not fit a
+// message. The address comes from the command line; without <listen>, dbus-daemon refuses the file.
+constexpr std::string_view configuration =
+    R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
-  <listen>unix:path=)" +
-           directory + R"(/bus</listen>
+  <listen>unix:tmpdir=/tmp</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
@@ -34,34 +38,50 @@ std::string Configuration(const std::string& directory)
   <limit name="max_match_rules_per_connection">50000</limit>
 </busconfig>
 )";
-}
+constexpr const char* configurationName = "bus.conf";
+constexpr const char* errorsName = "bus.errors";
+constexpr std::string_view socketName = "bus";
+constexpr std::string_view directoryPattern = "emporium-bus-XXXXXX";
 
-std::string NewDirectory()
+bool HasRoomForASocket(const std::filesystem::path& parent)
 {
-    ErrorSlot error;
-    const TextPtr path(g_dir_make_tmp("emporium-bus-XXXXXX", &error));
-    if (!path) {
-        throw std::runtime_error(error.Message());
-    }
-    return path.get();
+    const std::filesystem::path socket = parent / directoryPattern / socketName;
+    return socket.native().size() < sizeof(sockaddr_un::sun_path);
 }
 
-// The bus must not outlive us, even if we are killed.
+// A socket address holds 107 bytes, fewer than the path of a temporary directory may have.
+std::filesystem::path NewDirectory()
+{
+    std::filesystem::path parent = std::filesystem::temp_directory_path();
+    if (!HasRoomForASocket(parent)) {
+        parent = "/tmp";
+    }
+    std::string path = parent / directoryPattern;
+    if (mkdtemp(path.data()) == nullptr) {
+        throw std::runtime_error("cannot create a directory in " + parent.native() + ": " +
+                                 std::generic_category().message(errno));
+    }
+    return path;
+}
+
+void RemoveDirectory(const std::filesystem::path& directory)
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(directory, ignored);
+}
+
+// The bus must not outlive this process, even if it is killed.
 void DieWithParent(gpointer)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
 
-std::string ReadLine(GSubprocess* process)
+std::string ReadFile(const std::filesystem::path& path)
 {
-    ErrorSlot error;
-    const ObjectPtr<GDataInputStream> stream(
-        g_data_input_stream_new(g_subprocess_get_stdout_pipe(process)));
-    const TextPtr line(g_data_input_stream_read_line_utf8(stream.get(), nullptr, nullptr, &error));
-    if (!line) {
-        throw std::runtime_error("the private bus does not start");
-    }
-    return line.get();
+    std::ifstream file(path, std::ios::binary);
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text;
 }
 
 } // namespace
@@ -71,40 +91,57 @@ PrivateBus::PrivateBus() : m_directory(NewDirectory())
     try {
         Start();
     } catch (...) {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_directory, ignored);
+        RemoveDirectory(m_directory);
         throw;
     }
 }
 
 void PrivateBus::Start()
 {
-    const std::string file = m_directory + "/bus.conf";
-    const std::string text = Configuration(m_directory);
-    ErrorSlot error;
-    if (g_file_set_contents(file.c_str(), text.c_str(), -1, &error) == FALSE) {
-        throw std::runtime_error(error.Message());
-    }
-    // Its standard error is dropped: the bus complains there about limits that it cannot raise.
-    const auto flags = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
-                                                     G_SUBPROCESS_FLAGS_STDERR_SILENCE);
-    const ObjectPtr<GSubprocessLauncher> launcher(g_subprocess_launcher_new(flags));
+    const std::filesystem::path file = m_directory / configurationName;
+    std::ofstream(file) << configuration;
+    const TextPtr socket(g_dbus_address_escape_value((m_directory / socketName).c_str()));
+    const std::string address = std::string("unix:path=") + socket.get();
+
+    const ObjectPtr<GSubprocessLauncher> launcher(
+        g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE));
+    // A file and not a pipe: the bus also complains there about limits that it cannot raise, and
+    // nobody reads that while it runs.
+    g_subprocess_launcher_set_stderr_file_path(launcher.get(), (m_directory / errorsName).c_str());
     g_subprocess_launcher_set_child_setup(launcher.get(), DieWithParent, nullptr, nullptr);
-    m_process.reset(g_subprocess_launcher_spawn(launcher.get(), &error, "dbus-daemon", "--nofork",
-                                                "--nopidfile", "--print-address=1",
-                                                ("--config-file=" + file).c_str(), nullptr));
+    ErrorSlot error;
+    m_process.reset(g_subprocess_launcher_spawn(
+        launcher.get(), &error, "dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
+        ("--config-file=" + file.native()).c_str(), ("--address=" + address).c_str(), nullptr));
     if (!m_process) {
         throw std::runtime_error("cannot start dbus-daemon: " + error.Message());
     }
-    m_address = ReadLine(m_process.get());
+    m_address = ReadAddress();
+}
+
+std::string PrivateBus::ReadAddress()
+{
+    const ObjectPtr<GDataInputStream> stream(
+        g_data_input_stream_new(g_subprocess_get_stdout_pipe(m_process.get())));
+    const TextPtr line(g_data_input_stream_read_line(stream.get(), nullptr, nullptr, nullptr));
+    if (!line) {
+        Stop();
+        throw std::runtime_error("the private bus does not start: " +
+                                 ReadFile(m_directory / errorsName));
+    }
+    return line.get();
+}
+
+void PrivateBus::Stop()
+{
+    g_subprocess_send_signal(m_process.get(), SIGTERM);
+    g_subprocess_wait(m_process.get(), nullptr, nullptr);
 }
 
 PrivateBus::~PrivateBus()
 {
-    g_subprocess_send_signal(m_process.get(), SIGTERM);
-    g_subprocess_wait(m_process.get(), nullptr, nullptr);
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
+    Stop();
+    RemoveDirectory(m_directory);
 }
 
 } // namespace Simulator

@@ -3,16 +3,19 @@
 
 #include "simulator/glib_ptr.h"
 
+#include <filesystem>
 #include <string>
 
 namespace Simulator {
 
-/// A dbus-daemon of our own with its socket in a new temporary directory. Both go with the object.
-/// No service is ever started by it.
+/// A dbus-daemon of our own, with its socket in a new temporary directory. Destroying the object
+/// stops the process and removes the directory. The bus starts no services.
+///
+/// The tests of the library use it as well.
 class PrivateBus
 {
 public:
-    /// @throws std::runtime_error when it cannot be started
+    /// @throws std::runtime_error when it cannot be started, with the reason that dbus-daemon gives
     PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
@@ -20,10 +23,14 @@ public:
 
     const std::string& Address() const { return m_address; }
 
+    /// Stops the process now. Connections to the bus are lost.
+    void Stop();
+
 private:
     void Start();
+    std::string ReadAddress();
 
-    std::string m_directory;
+    std::filesystem::path m_directory;
     std::string m_address;
     ObjectPtr<GSubprocess> m_process;
 };

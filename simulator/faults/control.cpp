@@ -31,15 +31,23 @@ void RequireSignalName(const char* name)
     }
 }
 
+const Common::ErrorTableRow& RowOfShortName(const std::string& name)
+{
+    const auto* const row =
+        std::find_if(Common::errorTable.begin(), Common::errorTable.end(),
+                     [&name](const auto& candidate) { return candidate.ShortName() == name; });
+    if (row == Common::errorTable.end()) {
+        throw BusError::InvalidArguments("no such error: " + name);
+    }
+    return *row;
+}
+
 // A name without dots is the short name of an error of the error model.
 BusError ErrorOf(const std::string& name, const std::string& message)
 {
     const bool isShort = name.find('.') == std::string::npos;
-    const std::string whole = (isShort ? "org.velmora.KVD.Error." : "") + name;
-    const Common::ErrorTableRow& row = Common::FindError(whole);
-    if (isShort && row.dbusName != whole) {
-        throw BusError::InvalidArguments("no such error: " + name);
-    }
+    const auto& row = isShort ? RowOfShortName(name) : Common::FindError(name);
+    const std::string whole = isShort ? std::string(row.dbusName) : name;
     if (g_dbus_is_interface_name(whole.c_str()) == FALSE) {
         throw BusError::InvalidArguments("not an error name: " + name);
     }

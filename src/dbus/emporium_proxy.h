@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "dbus/contract.h"
 #include "dbus/properties.h"
 
 #include <sdbus-c++/IProxy.h>

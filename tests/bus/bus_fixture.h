@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "dbus/contract.h"
+#include "simulator/bus/private_bus.h"
+#include "simulator/faults/control_contract.h"
 #include "support/gobject.h"
 #include "support/output.h"
 #include "support/process.h"
@@ -23,43 +26,11 @@ namespace TestSupport {
 
 using Strings = std::vector<std::string>;
 
-/// A session bus of the test's own.
-class PrivateBus
+/// The simulator in a process of its own, controlled over the bus.
+class SimulatorProcess
 {
 public:
-    explicit PrivateBus(const TemporaryDirectory& directory)
-        : m_address("unix:path=" + (directory.Path() / "bus").string())
-    {
-        const auto configuration = directory.Path() / "bus.conf";
-        std::ofstream(configuration)
-            << "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN' "
-               "'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>"
-               "<busconfig><type>session</type><listen>"
-            << m_address
-            << "</listen><policy context='default'>"
-               "<allow send_destination='*' eavesdrop='true'/><allow eavesdrop='true'/>"
-               "<allow own='*'/></policy>"
-               "<limit name='max_incoming_bytes'>1000000000</limit>"
-               "<limit name='max_outgoing_bytes'>1000000000</limit>"
-               "<limit name='max_message_size'>1000000000</limit></busconfig>";
-        m_process.emplace(Strings{"dbus-daemon", "--nofork", "--nopidfile", "--print-address",
-                                  "--config-file=" + configuration.string()});
-        m_process->ReadLine();
-    }
-
-    const std::string& Address() const { return m_address; }
-    void Stop() { m_process->Stop(); }
-
-private:
-    std::string m_address;
-    std::optional<Process> m_process;
-};
-
-/// The simulator in a process of its own, and what it is told over the bus.
-class Simulator
-{
-public:
-    explicit Simulator(const std::string& address, Strings options = {})
+    explicit SimulatorProcess(const std::string& address, Strings options = {})
         : m_connection(g_dbus_connection_new_for_address_sync(
               address.c_str(),
               static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
@@ -69,11 +40,11 @@ public:
         options.insert(options.begin(), EMPORIUM_SIMULATOR);
         m_process.emplace(options);
         if (m_process->ReadLine() != "ready") {
-            throw std::runtime_error("the simulator does not come up");
+            throw std::runtime_error("the simulator does not start");
         }
         const Owned<GVariant> owner =
             Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                 "GetNameOwner", g_variant_new("(s)", "org.velmora.Emporium"));
+                 "GetNameOwner", g_variant_new("(s)", Emporium::Contract::busName));
         const char* name = nullptr;
         g_variant_get(owner.get(), "(&s)", &name);
         m_uniqueName = name;
@@ -86,8 +57,9 @@ public:
     template <typename... Arguments>
     Owned<GVariant> Tell(const char* verb, const char* format, Arguments... arguments)
     {
-        return Call(m_uniqueName.c_str(), "/org/velmora/Emporium/Simulator",
-                    "org.velmora.Emporium.Simulator", verb, g_variant_new(format, arguments...));
+        namespace Control = Simulator::ControlContract;
+        return Call(m_uniqueName.c_str(), Control::objectPath, Control::interfaceName, verb,
+                    g_variant_new(format, arguments...));
     }
 
     void Emit(const char* signal, const char* body, unsigned count = 1)
@@ -145,7 +117,7 @@ private:
     std::string m_uniqueName;
 };
 
-/// A bus, and an application's environment on it. The simulator is started where a test wants it.
+/// A bus, and an application's environment on it. Each test starts the simulator itself.
 class BusTest : public testing::Test
 {
 protected:
@@ -156,7 +128,7 @@ protected:
         setenv("VEYRA_APP_ID", "org.example.test", 1);
     }
 
-    /// Runs the main loop until `done()`. A test that waits for what never comes is given up.
+    /// Runs the main loop until `done()`. Fails the test after 30 seconds.
     template <typename Done>
     static void RunUntil(Done done)
     {
@@ -209,7 +181,7 @@ protected:
 
     TemporaryDirectory directory;
     CacheHome cacheHome;
-    PrivateBus bus{directory};
+    Simulator::PrivateBus bus;
 };
 
 } // namespace TestSupport

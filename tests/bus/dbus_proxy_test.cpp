@@ -19,7 +19,7 @@ using namespace TestSupport;
 class Proxy : public BusTest
 {
 protected:
-    Simulator simulator{bus.Address()};
+    SimulatorProcess simulator{bus.Address()};
 };
 
 TEST_F(Proxy, TwoCallsOfTheFactoryGiveTheSameObject)

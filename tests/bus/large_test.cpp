@@ -12,7 +12,7 @@ class LargeCatalogue : public BusTest
 
 TEST_F(LargeCatalogue, IsLoadedAndFollowed)
 {
-    Simulator simulator(bus.Address(), {"--packages", "5000", "--dictionary-entries", "4"});
+    SimulatorProcess simulator(bus.Address(), {"--packages", "5000", "--dictionary-entries", "4"});
     const auto connection = GetDaemonConnection();
     EXPECT_EQ(connection.GetPackageList().size(), 5000U);
     EXPECT_EQ(connection.GetPackage("org.example.package4999")->GetVersion(), "1.9.0");

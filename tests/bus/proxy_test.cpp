@@ -47,7 +47,7 @@ protected:
             })));
     }
 
-    Simulator simulator{bus.Address(), {"--step-ms", "0"}};
+    SimulatorProcess simulator{bus.Address(), {"--step-ms", "0"}};
     Strings events;
     std::vector<EventSubscription> subscriptions;
 };
@@ -601,7 +601,7 @@ TEST_F(WithDaemon, ADaemonThatIsRestartedIsFollowed)
     simulator.Stop();
     EXPECT_TRUE(connection.Start("com.sample.notes").HasError());
     EXPECT_EQ(connection.GetPackageList().size(), 6U) << "the snapshot stays";
-    Simulator again(bus.Address());
+    SimulatorProcess again(bus.Address());
     again.Emit("PackageRemoved", "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
@@ -650,7 +650,7 @@ TEST_F(WithoutDaemon, OneThatAppearsLaterIsFollowed)
     const auto subscription = connection.SubscribeToEvent(
         EventType::PackageInstalled,
         PackageCallback([&](const Package& package) { events.push_back(package.GetID()); }));
-    Simulator simulator(bus.Address());
+    SimulatorProcess simulator(bus.Address());
     simulator.Emit("PackageInstalled", "(('late', '1', '', '', @a{sv} {}),)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(Ids(connection.GetPackageList()), (Strings{"late"}));

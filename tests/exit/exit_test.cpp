@@ -82,7 +82,7 @@ protected:
         return entries;
     }
 
-    Simulator simulator{bus.Address()};
+    SimulatorProcess simulator{bus.Address()};
     std::optional<Process> application;
     std::string output;
 };

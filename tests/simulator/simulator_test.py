@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from urllib.parse import unquote_to_bytes
 
 SIMULATOR = os.environ["EMPORIUM_SIMULATOR"]
 SOURCE_DIR = os.environ["EMPORIUM_SOURCE_DIR"]
@@ -394,6 +395,27 @@ class Program(SimulatorTest):
     def test_no_bus(self):
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + self.file("nothing")
         self.assertEqual(self.simulator().returncode, 3)
+
+    def test_a_temporary_directory_with_any_name(self):
+        for name in ("a space", "a&b", "a<b", "100%", "a,b;c=d", "gr\u00fcn", b"\xff\xfe", "l" * 120):
+            with self.subTest(name):
+                path = os.path.join(os.fsencode(self.path), os.fsencode(name))
+                os.mkdir(path)
+                self.environment["TMPDIR"] = path
+                output = self.script('d Start org.example.camera; echo "$DBUS_SESSION_BUS_ADDRESS"')
+                self.assertEqual(output.splitlines()[0], "()", output)
+                self.assertEqual(os.listdir(path), [])
+                socket = re.match("unix:path=(.*),guid=", output.splitlines()[1]).group(1)
+                self.assertFalse(os.path.exists(os.path.dirname(unquote_to_bytes(socket))))
+
+    def test_a_bus_that_does_not_start_says_why(self):
+        daemon = self.file("dbus-daemon", "#!/bin/sh\necho 'no bus today' >&2\nexit 1\n")
+        os.chmod(daemon, 0o700)
+        self.environment["PATH"] = self.path + ":" + self.environment["PATH"]
+        run = self.simulator("--private-bus", "--", "true")
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(run.stderr,
+                         "emporium-simulator: the private bus does not start: no bus today\n")
 
     def test_the_name_is_taken(self):
         output = self.script(shlex.quote(SIMULATOR) + " 2>&1; echo $?")
