@@ -168,12 +168,15 @@ private:
 
 int Main(int argc, char** argv)
 {
-    const Options options = ParseOptions(argc, argv);
-    if (!options.makePackage.empty()) {
-        WritePackageFile(options.makePackage, options.package);
+    const auto options = ParseOptions({argv + 1, argv + argc});
+    if (!options) {
         return 0;
     }
-    return Program(options).Run();
+    if (!options->makePackage.empty()) {
+        WritePackageFile(options->makePackage, options->package);
+        return 0;
+    }
+    return Program(*options).Run();
 }
 
 } // namespace

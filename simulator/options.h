@@ -4,6 +4,7 @@
 #include "simulator/daemon/operation_queue.h"
 #include "simulator/files/package_file.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What the command line asks for.
 struct Options
 {
     Pace pace;
@@ -32,8 +34,9 @@ struct Options
     PackageFile package;
 };
 
-/// Prints the help and exits when it is asked for.
+/// The options, or nothing after printing the help.
+/// @param arguments without the program's name
 /// @throws UsageError
-Options ParseOptions(int argc, char** argv);
+std::optional<Options> ParseOptions(const std::vector<std::string>& arguments);
 
 } // namespace Simulator

@@ -4,12 +4,12 @@
 import json
 import os
 import re
-import shlex
 import signal
 import subprocess
 import sys
 import tempfile
 import unittest
+from shlex import quote
 from urllib.parse import unquote_to_bytes
 
 SIMULATOR = os.environ["EMPORIUM_SIMULATOR"]
@@ -128,8 +128,8 @@ class Operations(SimulatorTest):
 
     def test_install_ends_with_the_package_in_the_list(self):
         path = self.package("p.pkg", "org.example.clock", "1.0", "--payload", "7")
-        self.script(f"""watch_signals; d Install {path}; await "$MONITOR" 'int32 100'
-            d GetAllProperties >{self.path}/after; kill $watcher""")
+        self.script(f"""watch_signals; d Install {quote(path)}; await "$MONITOR" 'int32 100'
+            d GetAllProperties >{quote(self.file("after"))}; kill $watcher""")
         names = [(name, numbers[-2:-1]) for name, _, numbers in self.signals()]
         self.assertEqual(names, [("OperationStatusChanged", [10]), ("OperationStatusChanged", [40]),
                                  ("OperationStatusChanged", [70]), ("PackageInstalled", []),
@@ -143,7 +143,7 @@ class Operations(SimulatorTest):
     def test_install_of_an_installed_package_is_an_upgrade(self):
         path = self.package("p.pkg", "org.example.calculator", "1.10.0", "--developer",
                             "3f1c9a52-example-developer")
-        seen = self.follow(f"""d Install {path}; await "$MONITOR" 'int32 100'""", "--steps", "0")
+        seen = self.follow(f"""d Install {quote(path)}; await "$MONITOR" 'int32 100'""", "--steps", "0")
         self.assertEqual([s[0] for s in seen], ["PackageUpgraded", "OperationStatusChanged"])
         self.assertEqual(seen[1][2], [1, 100, 0])
 
@@ -161,14 +161,14 @@ class Operations(SimulatorTest):
 
     def test_failing_operation(self):
         path = self.package()
-        seen = self.follow(f"""k FailOperation org.example.clock 28; d Install {path}
+        seen = self.follow(f"""k FailOperation org.example.clock 28; d Install {quote(path)}
                                await "$MONITOR" 'int32 101'""", "--steps", "0")
         self.assertEqual([(s[0], s[2]) for s in seen], [("OperationStatusChanged", [0, 101, 28])])
 
     def test_state_is_kept(self):
         path = self.package()
         state = self.file("state")
-        self.script(f"""watch_signals; d Install {path}; await "$MONITOR" 'int32 100'; kill $watcher""",
+        self.script(f"""watch_signals; d Install {quote(path)}; await "$MONITOR" 'int32 100'; kill $watcher""",
                     "--state", state)
         output = self.script("d GetAllProperties", "--state", state)
         self.assertIn("'org.example.clock', '1.0'", output)
@@ -196,7 +196,7 @@ class Operations(SimulatorTest):
 
 class PackageChecks(SimulatorTest):
     def refusal(self, path):
-        output = self.script("d Install " + shlex.quote(path))
+        output = self.script("d Install " + quote(path))
         return re.search(r"org\.velmora\.KVD\.Error\.(\w+): (.*)", output).groups()
 
     def test_each_check_has_its_error(self):
@@ -268,8 +268,8 @@ class Faults(SimulatorTest):
     def test_a_delayed_reply_comes_after_the_end_of_its_operation(self):
         path = self.package()
         output = self.script(f"""watch_signals; k DelayReply Install 1500
-            d Install {path} >{self.path}/reply & call=$!; await "$MONITOR" 'int32 100'
-            wc -c <{self.path}/reply; wait $call; wc -l <{self.path}/reply; kill $watcher""").split()
+            d Install {quote(path)} >{quote(self.file("reply"))} & call=$!; await "$MONITOR" 'int32 100'
+            wc -c <{quote(self.file("reply"))}; wait $call; wc -l <{quote(self.file("reply"))}; kill $watcher""").split()
         self.assertEqual(output[-2:], ["0", "1"])
 
     def test_vanish_and_return(self):
@@ -289,7 +289,7 @@ class Faults(SimulatorTest):
             k AddPackage "('a.b','1','s','d',{{'k':<1>}})" false; k AddPackage "('a.b','2','s','d',@a{{sv}} {{}})" true
             k RemovePackage a.b true; k RemovePackage org.example.camera false
             k AddActiveOperation "('u','a.b',7,8,9)" true; k AddCompletedOperation "('v','a.b',0,100,0)" false
-            d GetAllProperties >{self.path}/after; k Reset; d GetAllProperties >{self.path}/reset
+            d GetAllProperties >{quote(self.file("after"))}; k Reset; d GetAllProperties >{quote(self.file("reset"))}
             k EmitSignal Done '()' 1; await "$MONITOR" member=Done; kill $watcher""")
         self.assertEqual([(s[0], s[2]) for s in self.signals()],
                          [("PackageUpgraded", []), ("PackageRemoved", []),
@@ -359,7 +359,7 @@ class Files(SimulatorTest):
                  {"type": "event", "offset_ms": 2000, "event": "OperationStatusChanged", "operation": operation},
                  {"type": "event", "offset_ms": 90000, "event": "PackageRemoved", "package": package}]
         path = self.file("r", "".join(json.dumps(line) + "\n" for line in lines))
-        self.script(f"""watch_signals; d GetAllProperties >{self.path}/before
+        self.script(f"""watch_signals; d GetAllProperties >{quote(self.file("before"))}
             await "$MONITOR" member=PackageRemoved; kill $watcher""", "--replay", path, "--speed", "100")
         self.assertEqual(self.signals(), [("PackageInstalled", ["a.b", "1", "s", "d"], []),
                                           ("OperationStatusChanged", ["u", "a.b"], [0, 100, 0]),
@@ -388,9 +388,28 @@ class Program(SimulatorTest):
 
     def test_wrong_usage(self):
         for arguments in (["--odd"], ["odd"], ["--private-bus"], ["--steps", "-1"], ["--speed", "0"],
-                          ["--make-package", self.file("x")], ["--packages", "1", "--catalogue", "x"]):
+                          ["--make-package", self.file("x")], ["--packages", "1", "--catalogue", "x"],
+                          ["--make-package", "x", "--id", "a.b"], ["--replay", "x", "--state", "y"],
+                          ["--replay", "x", "--packages", "1"], ["--replay", "x", "--catalogue", "y"],
+                          ["--steps"], ["--odd", "--private-bus", "true"], ["--", "true"]):
             run = self.simulator(*arguments)
             self.assertEqual((run.returncode, run.stdout), (2, ""), arguments)
+
+    def test_the_command_gets_its_arguments_unchanged(self):
+        odd = [b"\xff", "gr\u00fcn".encode(), b"[a,b]", b"%%", b"", b"--", b"--steps", b"--x=", b"{}", b"a b"]
+        for separator in (["--"], []):
+            run = subprocess.run([SIMULATOR, "--private-bus", *separator, "printf", "<%s>", *odd],
+                                 env=self.environment, timeout=60, stdout=subprocess.PIPE, check=False)
+            self.assertEqual(run.stdout, b"".join(b"<" + argument + b">" for argument in odd))
+
+    def test_the_value_of_an_option_may_be_anything(self):
+        path = self.file("name").encode() + b" \xff[a]"
+        self.simulator("--make-package", path, "--id=a.b", "--version", "--", "--subgroup=", "--developer",
+                       "[-d]", "--payload", "1", "--payload", "2")
+        with open(path, encoding="utf-8") as f:
+            self.assertEqual(f.read().splitlines(),
+                             ["[Package]", "Id=a.b", "Version=--", "Architecture=noarch", "Developer=[-d]",
+                              "Subgroup=", "PayloadSize=2"])
 
     def test_no_bus(self):
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + self.file("nothing")
@@ -418,7 +437,7 @@ class Program(SimulatorTest):
                          "emporium-simulator: the private bus does not start: no bus today\n")
 
     def test_the_name_is_taken(self):
-        output = self.script(shlex.quote(SIMULATOR) + " 2>&1; echo $?")
+        output = self.script(quote(SIMULATOR) + " 2>&1; echo $?")
         self.assertIn("another program owns the bus name", output)
         self.assertTrue(output.endswith("1\n"))
 
@@ -433,8 +452,8 @@ class Program(SimulatorTest):
     def test_ready_is_said_once_the_name_is_owned(self):
         # The outer bus stays, its own simulator is gone.
         output = self.script(f"""k ExitDuring Start >/dev/null; d Start x >/dev/null
-            mkfifo {self.path}/out; {shlex.quote(SIMULATOR)} >{self.path}/out & inner=$!
-            exec 3<{self.path}/out; read line <&3; echo $line; d Start org.example.camera; kill $inner
+            mkfifo {quote(self.file("out"))}; {quote(SIMULATOR)} >{quote(self.file("out"))} & inner=$!
+            exec 3<{quote(self.file("out"))}; read line <&3; echo $line; d Start org.example.camera; kill $inner
             wait $inner; echo $?""")
         self.assertEqual(output.split(), ["ready", "()", "0"])
 
