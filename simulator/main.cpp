@@ -8,6 +8,7 @@
 #include "simulator/files/recording.h"
 #include "simulator/glib_ptr.h"
 #include "simulator/options.h"
+#include "simulator/print_error.h"
 #include "simulator/simulated_daemon.h"
 
 #include <glib-unix.h>
@@ -90,7 +91,7 @@ private:
             m_command.emplace(m_options.command, bus.Address(),
                               [this](int status) { Quit(status); });
         } catch (const std::exception& error) {
-            g_printerr("emporium-simulator: %s\n", error.what());
+            PrintError(error.what());
             return exitNoCommand;
         }
         return Loop();
@@ -114,7 +115,7 @@ private:
 
     void Refuse(const std::string& message)
     {
-        g_printerr("emporium-simulator: %s\n", message.c_str());
+        PrintError(message);
         m_refused = true;
         if (m_command) {
             m_command->Signal(SIGTERM);
@@ -188,16 +189,16 @@ int main(int argc, char** argv)
     try {
         return Simulator::Main(argc, argv);
     } catch (const Simulator::UsageError& error) {
-        g_printerr("emporium-simulator: %s\nTry emporium-simulator --help.\n", error.what());
+        Simulator::PrintError(std::string(error.what()) + "\nTry emporium-simulator --help.");
         return Simulator::exitUsage;
     } catch (const Simulator::InputError& error) {
-        g_printerr("emporium-simulator: %s\n", error.what());
+        Simulator::PrintError(error.what());
         return Simulator::exitUsage;
     } catch (const Simulator::NoBus& error) {
-        g_printerr("emporium-simulator: %s\n", error.what());
+        Simulator::PrintError(error.what());
         return Simulator::exitNoBus;
     } catch (const std::exception& error) {
-        g_printerr("emporium-simulator: %s\n", error.what());
+        Simulator::PrintError(error.what());
         return Simulator::exitFailed;
     }
 }

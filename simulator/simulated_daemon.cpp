@@ -3,6 +3,7 @@
 
 #include "simulator/bus/bus_error.h"
 #include "simulator/faults/control_contract.h"
+#include "simulator/print_error.h"
 
 #include <utility>
 
@@ -23,7 +24,7 @@ SimulatedDaemon::SimulatedDaemon(const Options& options, Catalogue catalogue,
       m_control(m_bus, m_store, m_operations, m_faults, m_daemon)
 {
     m_bus.OnLost([gone] {
-        g_printerr("emporium-simulator: the bus is gone\n");
+        PrintError("the bus is gone");
         gone(1);
     });
 }

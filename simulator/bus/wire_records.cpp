@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/bus/wire_records.h"
 
+#include "dbus/contract.h"
+
 #include <common/operation_status.h>
 
 namespace Simulator {
@@ -14,6 +16,11 @@ Variant EmptyDictionary()
 
 } // namespace
 
+Variant ToVariant(const std::string& text)
+{
+    return Variant(g_variant_new_string(text.c_str()));
+}
+
 Variant ToVariant(const Package& package)
 {
     const Variant data = package.data ? package.data : EmptyDictionary();
@@ -23,8 +30,9 @@ Variant ToVariant(const Package& package)
 
 Variant ToVariant(const Operation& operation)
 {
-    return Variant(g_variant_new("(ssiii)", operation.uuid.c_str(), operation.package.c_str(),
-                                 operation.type, operation.status, operation.error));
+    return Variant(g_variant_new(Emporium::Contract::operationRecord, operation.uuid.c_str(),
+                                 operation.package.c_str(), operation.type, operation.status,
+                                 operation.error));
 }
 
 bool IsFinished(const Operation& operation)

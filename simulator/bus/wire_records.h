@@ -29,6 +29,7 @@ struct Operation
     std::int32_t error = 0;
 };
 
+Variant ToVariant(const std::string& text);
 Variant ToVariant(const Package& package);
 Variant ToVariant(const Operation& operation);
 /// True if the status is a finishing one.

@@ -3,7 +3,9 @@
 
 #include "simulator/bus/bus_error.h"
 #include "simulator/bus/message_body.h"
+#include "simulator/bus/variant_builder.h"
 #include "simulator/introspection.h"
+#include "simulator/print_error.h"
 #include "simulator/timer.h"
 
 #include <map>
@@ -26,17 +28,11 @@ std::string FirstString(GVariant* arguments)
 
 Variant OperationList(const std::vector<Operation>& operations)
 {
-    GVariantBuilder list;
-    g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssiii)"));
+    ArrayBuilder list(Contract::operationRecordArray);
     for (const Operation& operation : operations) {
-        g_variant_builder_add_value(&list, ToVariant(operation).Get());
+        list.Add(ToVariant(operation));
     }
-    return Variant(g_variant_builder_end(&list));
-}
-
-Variant TextValue(const std::string& text)
-{
-    return Variant(g_variant_new_string(text.c_str()));
+    return list.Finish();
 }
 
 // Sends the reply as a bare message: GIO's functions for replies refuse a body whose signature
@@ -46,7 +42,7 @@ void Send(GDBusConnection* connection, GDBusMessage* message)
     ErrorSlot error;
     if (g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        &error) == FALSE) {
-        g_printerr("emporium-simulator: cannot send a reply: %s\n", error.Message().c_str());
+        PrintError("cannot send a reply: " + error.Message());
     }
 }
 
@@ -137,8 +133,8 @@ Variant DaemonService::Properties()
         m_snapshotTaken();
     }
     std::map<std::string, Variant> values = {
-        {Contract::Property::architecture, TextValue(m_store.Lists().architecture)},
-        {Contract::Property::veyraVersion, TextValue(m_store.Lists().version)},
+        {Contract::Property::architecture, ToVariant(m_store.Lists().architecture)},
+        {Contract::Property::veyraVersion, ToVariant(m_store.Lists().version)},
         {Contract::Property::packages, m_store.PackagesValue()},
         {Contract::Property::operations, OperationList(m_store.Lists().active)},
         {Contract::Property::completedOperations, OperationList(m_store.Lists().completed)}};
@@ -146,14 +142,14 @@ Variant DaemonService::Properties()
         values[key] = value;
     }
 
-    GVariantBuilder dictionary;
-    g_variant_builder_init(&dictionary, G_VARIANT_TYPE_VARDICT);
+    ArrayBuilder dictionary(Contract::dictionary);
     for (const auto& [key, value] : values) {
         if (value) {
-            g_variant_builder_add(&dictionary, "{sv}", key.c_str(), value.Get());
+            dictionary.Add(Variant(g_variant_new_dict_entry(g_variant_new_string(key.c_str()),
+                                                            g_variant_new_variant(value.Get()))));
         }
     }
-    return Variant(g_variant_builder_end(&dictionary));
+    return dictionary.Finish();
 }
 
 void DaemonService::RequirePackage(const std::string& id) const
@@ -169,7 +165,7 @@ void DaemonService::EmitQueued(const std::vector<QueuedSignal>& signals)
         try {
             m_bus.Emit({.name = signal.name}, signal.body);
         } catch (const BusError& error) {
-            g_printerr("emporium-simulator: %s\n", error.what());
+            PrintError(error.what());
         }
     }
 }

@@ -120,8 +120,7 @@ void OperationQueue::Apply(const Job& job)
         if (!m_store.RemovePackage(job.operation.package)) {
             throw BusError(ErrorCode::PackageNotExist);
         }
-        const Variant id(g_variant_new_string(job.operation.package.c_str()));
-        m_emit(Contract::Signal::packageRemoved, Body(id));
+        m_emit(Contract::Signal::packageRemoved, Body(ToVariant(job.operation.package)));
         return;
     }
     CheckAgainstInstalled(*job.file, m_store.Lists());

@@ -2,8 +2,10 @@
 #include "simulator/daemon/package_rules.h"
 
 #include "simulator/bus/bus_error.h"
+#include "simulator/bus/variant_builder.h"
 #include "simulator/files/input_error.h"
 #include "simulator/files/package_syntax.h"
+#include "simulator/print_error.h"
 
 #include <algorithm>
 #include <string_view>
@@ -91,7 +93,7 @@ PackageFile ReadOrRefuse(const std::string& path)
                              error.code() == std::errc::not_a_directory;
         throw BusError(missing ? ErrorCode::FileNotFound : ErrorCode::Filesystem);
     } catch (const InputError& error) {
-        g_printerr("emporium-simulator: refused a package: %s\n", error.what());
+        PrintError(std::string("refused a package: ") + error.what());
         throw BusError(ErrorCode::BadPackageFileFormat);
     }
 }
@@ -136,11 +138,9 @@ void CheckAgainstInstalled(const PackageFile& package, const Catalogue& catalogu
 
 Package ToPackage(const PackageFile& file)
 {
-    GVariantDict data;
-    g_variant_dict_init(&data, nullptr);
-    g_variant_dict_insert(&data, "Size", "t", guint64{file.payloadSize});
-    return {file.id, file.version, file.subgroup, file.developer,
-            Variant(g_variant_dict_end(&data))};
+    DictionaryBuilder data;
+    data.Add("Size", Variant(g_variant_new_uint64(file.payloadSize)));
+    return {file.id, file.version, file.subgroup, file.developer, data.Finish()};
 }
 
 } // namespace Simulator

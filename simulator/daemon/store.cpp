@@ -2,7 +2,9 @@
 #include "simulator/daemon/store.h"
 
 #include "dbus/contract.h"
+#include "simulator/bus/variant_builder.h"
 #include "simulator/glib_ptr.h"
+#include "simulator/print_error.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -106,12 +108,11 @@ const Variant& Store::PackagesValue()
     if (m_packagesValue) {
         return m_packagesValue;
     }
-    GVariantBuilder list;
-    g_variant_builder_init(&list, G_VARIANT_TYPE("a(ssssa{sv})"));
+    ArrayBuilder list(Emporium::Contract::packageRecordArray);
     for (const Package& package : m_lists.packages) {
-        g_variant_builder_add_value(&list, ToVariant(package).Get());
+        list.Add(ToVariant(package));
     }
-    m_packagesValue = Variant(g_variant_builder_end(&list));
+    m_packagesValue = list.Finish();
     return m_packagesValue;
 }
 
@@ -124,7 +125,7 @@ void Store::Save()
     ErrorSlot error;
     if (g_file_set_contents(m_statePath.c_str(), text.data(), static_cast<gssize>(text.size()),
                             &error) == FALSE) {
-        g_printerr("emporium-simulator: cannot keep the state: %s\n", error.Message().c_str());
+        PrintError("cannot keep the state: " + error.Message());
     }
 }
 

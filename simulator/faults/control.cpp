@@ -5,6 +5,7 @@
 #include "simulator/bus/message_body.h"
 #include "simulator/faults/control_contract.h"
 #include "simulator/introspection.h"
+#include "simulator/print_error.h"
 
 #include <algorithm>
 #include <iterator>
@@ -244,7 +245,7 @@ Variant Control::Vanish(GVariant* arguments)
             try {
                 m_bus.Own(Contract::busName);
             } catch (const std::exception& error) {
-                g_printerr("emporium-simulator: cannot come back: %s\n", error.what());
+                PrintError(std::string("cannot come back: ") + error.what());
             }
         });
     }
@@ -294,8 +295,7 @@ Variant Control::RemovePackage(GVariant* arguments)
         throw BusError(Common::ErrorCode::PackageNotExist);
     }
     if (announce != FALSE) {
-        m_bus.Emit({.name = Contract::Signal::packageRemoved},
-                   Body(Variant(g_variant_new_string(id))));
+        m_bus.Emit({.name = Contract::Signal::packageRemoved}, Body(ToVariant(std::string(id))));
     }
     return EmptyBody();
 }

@@ -63,8 +63,7 @@ void Replay::Play(const PackageArrival& arrival)
 void Replay::Play(const PackageRemoval& removal)
 {
     m_store.RemovePackage(removal.id);
-    m_emit(Contract::Signal::packageRemoved,
-           Body(Variant(g_variant_new_string(removal.id.c_str()))));
+    m_emit(Contract::Signal::packageRemoved, Body(ToVariant(removal.id)));
 }
 
 } // namespace Simulator

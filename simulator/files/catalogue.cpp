@@ -3,6 +3,7 @@
 
 #include "dbus/contract.h"
 #include "simulator/bus/message_body.h"
+#include "simulator/bus/variant_builder.h"
 #include "simulator/files/input_error.h"
 #include "simulator/files/key_file.h"
 #include "simulator/files/package_syntax.h"
@@ -89,15 +90,13 @@ private:
 
     Variant ReadData(const KeyFile::Group& group)
     {
-        GVariantDict data;
-        g_variant_dict_init(&data, nullptr);
+        DictionaryBuilder data;
         for (const KeyFile::Entry& entry : group.entries) {
             if (entry.key.starts_with(dataPrefix)) {
-                g_variant_dict_insert_value(&data, entry.key.substr(dataPrefix.size()).c_str(),
-                                            ReadValue(entry).Get());
+                data.Add(entry.key.substr(dataPrefix.size()), ReadValue(entry));
             }
         }
-        return Variant(g_variant_dict_end(&data));
+        return data.Finish();
     }
 
     Variant ReadValue(const KeyFile::Entry& entry)
@@ -158,12 +157,11 @@ private:
     std::set<std::string> m_names;
 };
 
-Variant Summary(const char* text)
+Variant Summary(const std::string& text)
 {
-    GVariantDict data;
-    g_variant_dict_init(&data, nullptr);
-    g_variant_dict_insert(&data, "Summary", "s", text);
-    return Variant(g_variant_dict_end(&data));
+    DictionaryBuilder data;
+    data.Add("Summary", ToVariant(text));
+    return data.Finish();
 }
 
 // The control interface accepts anything for the lists. What the file format cannot express is not
@@ -240,13 +238,11 @@ Catalogue BuiltInCatalogue()
 
 Catalogue MadeUpCatalogue(unsigned packages, unsigned dictionaryEntries)
 {
-    GVariantDict entries;
-    g_variant_dict_init(&entries, nullptr);
+    DictionaryBuilder entries;
     for (unsigned i = 0; i < dictionaryEntries; ++i) {
-        g_variant_dict_insert(&entries, ("Key" + std::to_string(i)).c_str(), "s",
-                              ("value " + std::to_string(i)).c_str());
+        entries.Add("Key" + std::to_string(i), ToVariant("value " + std::to_string(i)));
     }
-    const Variant data(g_variant_dict_end(&entries));
+    const Variant data = entries.Finish();
 
     Catalogue catalogue = {"aarch64", "5.1.2", {}, {}, {}};
     catalogue.packages.reserve(packages);

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <iostream>
+#include <string>
+
+namespace Simulator {
+
+/// Writes the line to standard error as it is. g_printerr() would replace what the locale cannot
+/// show, such as a letter in a path.
+inline void PrintError(const std::string& text)
+{
+    std::cerr << "emporium-simulator: " << text << '\n';
+}
+
+} // namespace Simulator
