@@ -35,8 +35,8 @@ Row RowOf(const Operation& operation)
             NameOf(operation.GetStatus()), failed ? Describe(operation.GetErrorCode()) : ""};
 }
 
-/// Cached operations come before the daemon's own; of two with the same UUID the daemon's, which is
-/// the later one, is the one to show.
+/// Keeps the last operation of each UUID: cached operations come before the daemon's own, which are
+/// newer.
 std::vector<Operation> EachOnce(const std::vector<Operation>& operations)
 {
     std::unordered_set<std::string> seen;
@@ -63,7 +63,7 @@ std::vector<Operation> Select(const DaemonConnection& connection, WhichOperation
     return EachOnce(operations);
 }
 
-/// The daemon has a working directory of its own, so it gets whole paths.
+/// Paths are made absolute: the daemon has another working directory.
 Emporium::OperationRequest Request(Common::OperationType type, const std::string& target)
 {
     Emporium::OperationRequest::Builder builder;
@@ -137,8 +137,9 @@ ExitStatus Operations(const DaemonConnection& connection, const Output& out, Whi
     return ExitStatus::Done;
 }
 
-ExitStatus Run(const DaemonConnection& connection, const Output& out, Common::OperationType type,
-               const std::vector<std::string>& targets, const WaitOptions& options)
+ExitStatus RunOperations(const DaemonConnection& connection, const Output& out,
+                         Common::OperationType type, const std::vector<std::string>& targets,
+                         const WaitOptions& options)
 {
     OperationFollower follower(connection, out);
     std::vector<std::string> uuids;
@@ -232,7 +233,7 @@ ExitStatus Errors(const Output& out, const std::string& wanted)
         const Common::ErrorCodeHelper helper(code);
         const std::string& name = helper.errorCodeAsString();
         const std::string& busName = helper.errorCodeAsDBusErrorString();
-        // A number that is not assigned has the names of another code.
+        // An unassigned number has the names of ErrorCode::Internal.
         const bool assigned =
             static_cast<int>(Common::ErrorCodeHelper(busName).errorCode()) == code;
         const std::string number = std::to_string(code);

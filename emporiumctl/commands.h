@@ -29,26 +29,27 @@ enum class WhichOperations
 struct WaitOptions
 {
     bool wait = true;
-    unsigned limit = 0; ///< Seconds; 0 waits for ever.
+    unsigned limit = 0; ///< In seconds; 0: none.
 };
 
-// Each command of the program. They take a valid connection.
+// The commands of the program. The connection must be valid.
 ExitStatus List(const Emporium::DaemonConnection& connection, const Output& out,
                 const ListOptions& options);
 ExitStatus Info(const Emporium::DaemonConnection& connection, const Output& out,
                 const std::string& id);
 ExitStatus Operations(const Emporium::DaemonConnection& connection, const Output& out,
                       WhichOperations which);
-ExitStatus Run(const Emporium::DaemonConnection& connection, const Output& out,
-               Common::OperationType type, const std::vector<std::string>& targets,
-               const WaitOptions& options);
+/// Creates an operation for each target and follows them to their ends if the options say so.
+ExitStatus RunOperations(const Emporium::DaemonConnection& connection, const Output& out,
+                         Common::OperationType type, const std::vector<std::string>& targets,
+                         const WaitOptions& options);
 ExitStatus Start(const Emporium::DaemonConnection& connection, const std::string& id);
 ExitStatus Restart(const Emporium::DaemonConnection& connection, const std::string& id);
 ExitStatus Watch(const Emporium::DaemonConnection& connection, const Output& out);
 ExitStatus Status(const Emporium::DaemonConnection& connection, const Output& out);
 ExitStatus Record(const Emporium::DaemonConnection& connection, const std::string& path);
 
-/// All error codes, or the one with this number, short name or bus name. Needs no daemon.
+/// Prints all error codes, or the one with this number, short name or bus name.
 ExitStatus Errors(const Output& out, const std::string& wanted);
 
 } // namespace EmporiumCtl

@@ -8,7 +8,7 @@
 
 namespace EmporiumCtl {
 
-/// Receives every event of every type, as long as it lives.
+/// Receives all events of all types until destroyed.
 class EventListener
 {
 public:

@@ -10,7 +10,7 @@
 
 namespace EmporiumCtl {
 
-/// Keys stay in the order in which they are written down here, which is the documented one.
+/// Keeps keys in insertion order, which is documented.
 using Json = nlohmann::ordered_json;
 
 Json ToJson(const Emporium::Package& package);
@@ -30,8 +30,7 @@ Json ToJson(const std::vector<T>& items)
 Json EventToJson(const char* name, const Emporium::Package& package);
 Json EventToJson(const char* name, const Emporium::Operation& operation);
 
-/// One document on one line. What is no UTF-8 is replaced: a program that reads it could not take
-/// it otherwise.
+/// The document on one line. Invalid UTF-8 is replaced: JSON readers would refuse it.
 std::string Line(const Json& document);
 
 } // namespace EmporiumCtl

@@ -15,13 +15,13 @@ using namespace EmporiumCtl;
 /// What the command line asks for.
 using Command = std::function<ExitStatus(const Output&)>;
 
-/// A daemon always tells its architecture; where there is none, there was no answer.
+/// A daemon always reports its architecture: without one, there was no answer.
 bool HasDaemon(const Emporium::DaemonConnection& connection)
 {
     return connection && !connection.GetArchitecture().empty();
 }
 
-/// A command that wants the daemon.
+/// A command that needs the daemon.
 using DaemonCommand = std::function<ExitStatus(const Emporium::DaemonConnection&, const Output&)>;
 
 ExitStatus OnDaemon(const DaemonCommand& command, const Output& out)
@@ -52,12 +52,12 @@ public:
                      Common::OperationType::Upgrade);
         AddOperation("remove", "Remove installed packages", "ID", Common::OperationType::Remove);
         AddLaunch("start", "Start an application", Start);
-        AddLaunch("restart", "Start an application anew", Restart);
+        AddLaunch("restart", "Restart an application", Restart);
         m_app.add_subcommand("watch", "Print events as they come, until Ctrl-C")->callback([this] {
-            Want(Watch);
+            UseDaemon(Watch);
         });
         AddRest();
-        // Last, since commands take over the footer that is there when they are added.
+        // Last: a subcommand inherits the footer that is set when it is added.
         m_app.footer(
             "Examples:\n"
             "  emporiumctl list --filter calc        packages whose ID contains \"calc\"\n"
@@ -86,7 +86,7 @@ public:
     }
 
 private:
-    void Want(const DaemonCommand& command)
+    void UseDaemon(const DaemonCommand& command)
     {
         m_command = [command](const Output& out) { return OnDaemon(command, out); };
     }
@@ -94,14 +94,14 @@ private:
     void AddRest()
     {
         m_app.add_subcommand("status", "Tell whether the daemon answers, and what it has")
-            ->callback([this] { Want(Status); });
+            ->callback([this] { UseDaemon(Status); });
 
         auto* const record = m_app.add_subcommand(
             "record", "Write the snapshot and every event to a file, until Ctrl-C");
         record->add_option("FILE", m_path, "The recording; emporium-simulator --replay plays it")
             ->required();
         record->callback([this] {
-            Want([this](const auto& connection, const Output&) {
+            UseDaemon([this](const auto& connection, const Output&) {
                 return Record(connection, m_path);
             });
         });
@@ -119,7 +119,7 @@ private:
         list->add_option("--subgroup", m_list.subgroup, "... of this certificate subgroup");
         list->add_option("--filter", m_list.filter, "... whose ID contains this text");
         list->callback([this] {
-            Want([this](const auto& connection, const Output& out) {
+            UseDaemon([this](const auto& connection, const Output& out) {
                 return List(connection, out, m_list);
             });
         });
@@ -127,17 +127,16 @@ private:
         auto* const info = m_app.add_subcommand("info", "Show a package");
         info->add_option("ID", m_id, "The package's ID")->required();
         info->callback([this] {
-            Want([this](const auto& connection, const Output& out) {
+            UseDaemon([this](const auto& connection, const Output& out) {
                 return Info(connection, out, m_id);
             });
         });
 
         auto* const operations = m_app.add_subcommand("operations", "List operations");
-        auto* const active = operations->add_flag("--active", m_active, "Only those that go on");
-        operations->add_flag("--completed", m_completed, "Only those that have ended")
-            ->excludes(active);
+        auto* const active = operations->add_flag("--active", m_active, "Only unfinished ones");
+        operations->add_flag("--completed", m_completed, "Only finished ones")->excludes(active);
         operations->callback([this] {
-            Want([this](const auto& connection, const Output& out) {
+            UseDaemon([this](const auto& connection, const Output& out) {
                 return Operations(connection, out,
                                   m_active      ? WhichOperations::Active
                                   : m_completed ? WhichOperations::Completed
@@ -156,8 +155,8 @@ private:
             "Print the operations' UUIDs and do not wait");
         command->add_option("--timeout", m_wait.limit, "Wait this many seconds at most");
         command->callback([this, type] {
-            Want([this, type](const auto& connection, const Output& out) {
-                return EmporiumCtl::Run(connection, out, type, m_targets, m_wait);
+            UseDaemon([this, type](const auto& connection, const Output& out) {
+                return RunOperations(connection, out, type, m_targets, m_wait);
             });
         });
     }
@@ -168,7 +167,7 @@ private:
         auto* const command = m_app.add_subcommand(name, description);
         command->add_option("ID", m_id, "The application's package ID")->required();
         command->callback([this, launch] {
-            Want([this, launch](const auto& connection, const Output&) {
+            UseDaemon([this, launch](const auto& connection, const Output&) {
                 return launch(connection, m_id);
             });
         });

@@ -18,8 +18,8 @@ enum class Colour
     Red
 };
 
-/// Where the program's output goes, and in which form: JSON for programs, or text for people, which
-/// on a terminal fits its width, has colours unless NO_COLOR is set, and may be drawn over.
+/// Where the program's output goes, and in which form: JSON for programs, or text for people. On a
+/// terminal, text fits the width, has colours unless NO_COLOR is set, and may be redrawn.
 struct Output
 {
     std::ostream& stream;
@@ -28,22 +28,22 @@ struct Output
     bool coloured = false;
     std::size_t columns = 0; ///< 0 if lines may have any length.
 
-    /// The text in this colour, or as it is.
+    /// The text in this colour, or unchanged without colours.
     std::string Paint(Colour colour, const std::string& text) const;
 
-    /// The text as it fits the width.
+    /// The text, cut to the width of the terminal.
     std::string Fit(const std::string& text) const;
 };
 
-/// The program's own standard output. The library writes its log lines to descriptor 1, where they
-/// would end up in the middle of a table; from here on that descriptor leads to standard error.
+/// Returns the program's own standard output and redirects descriptor 1 to standard error: the
+/// library writes its log lines to descriptor 1, where they would end up in the middle of a table.
 Output TakeOverStandardOutput(bool json);
 
-/// Text from the daemon as it can be shown: what would control a terminal is written as \xNN.
+/// Text from the daemon with control characters written as \xNN.
 std::string Printable(const std::string& text);
 
-/// Rows in columns that are as wide as their widest entry, or narrower where the terminal is. The
-/// first row is the heading.
+/// Prints rows in columns as wide as their widest entry, or narrower where the terminal is. The first
+/// row is the heading.
 void PrintTable(const Output& out, const std::vector<std::vector<std::string>>& rows);
 
 std::string NameOf(Common::OperationType type);

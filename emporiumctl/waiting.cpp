@@ -69,7 +69,7 @@ ExitStatus OperationFollower::Wait(const std::vector<std::string>& uuids, unsign
         for (const std::string& uuid : m_awaited) {
             const auto last = m_last.find(uuid);
             if (last == m_last.end() || !IsFinished(last->second.GetStatus())) {
-                ReportGoingOn(uuid);
+                ReportUnfinished(uuid);
             }
         }
         return ExitStatus::Interrupted;
@@ -106,7 +106,7 @@ bool OperationFollower::AllEnded() const
     });
 }
 
-void OperationFollower::ReportGoingOn(const std::string& uuid)
+void OperationFollower::ReportUnfinished(const std::string& uuid)
 {
     if (m_out.json) {
         m_out.stream << Line({{"event", "GoesOn"}, {"uuid", uuid}}) << '\n' << std::flush;

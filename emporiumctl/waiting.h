@@ -15,7 +15,7 @@
 
 namespace EmporiumCtl {
 
-/// Runs the main loop until something is over. Ctrl-C and the end of a process's patience end it.
+/// Runs the main loop until a condition holds, Ctrl-C, SIGTERM or a timeout.
 class MainLoop
 {
 public:
@@ -24,7 +24,7 @@ public:
     MainLoop& operator=(const MainLoop&) = delete;
     ~MainLoop();
 
-    /// False if it was interrupted, or if it took longer than this many seconds (0: no limit).
+    /// False on Ctrl-C or SIGTERM, or after this many seconds (0: no limit).
     bool RunUntil(const bool& over, unsigned limit);
 
 private:
@@ -34,8 +34,8 @@ private:
     bool m_interrupted = false;
 };
 
-/// Follows operations to their ends, by events. It listens from the start: an end that comes before
-/// the reply of the creating call is not missed.
+/// Follows operations to their ends, by events. Subscribes at construction, before operations are
+/// created: an operation may end before the reply that creates it arrives.
 class OperationFollower
 {
 public:
@@ -51,14 +51,14 @@ private:
     void OnStatus(const Emporium::Operation& operation);
     bool AllEnded() const;
     void Report(const Emporium::Operation& operation);
-    void ReportGoingOn(const std::string& uuid);
+    void ReportUnfinished(const std::string& uuid);
     std::string Describe(const Emporium::Operation& operation) const;
 
-    /// On a terminal: a line for each operation, drawn over the ones before.
+    /// On a terminal: redraws one line for each operation.
     void Draw();
 
     std::size_t m_drawn = 0;
-    std::map<std::string, double> m_seconds; ///< What an operation took, once it has ended.
+    std::map<std::string, double> m_seconds; ///< Duration of each ended operation.
     std::unique_ptr<GTimer, void (*)(GTimer*)> m_timer{g_timer_new(), g_timer_destroy};
 
     const Output& m_out;

@@ -53,7 +53,7 @@ public:
     void Stop() { m_process->Stop(); }
     int Wait() { return m_process->Wait(); }
 
-    /// A verb of the control interface.
+    /// Calls a verb of the control interface.
     template <typename... Arguments>
     Owned<GVariant> Tell(const char* verb, const char* format, Arguments... arguments)
     {
@@ -75,7 +75,7 @@ public:
         g_variant_unref(value);
     }
 
-    /// How often the method was called, and with what the last time.
+    /// How often the method was called, and the argument of the last call.
     std::pair<unsigned, std::string> Calls(const char* method)
     {
         const Owned<GVariant> reply = Tell("Calls", "(s)", method);
@@ -147,14 +147,14 @@ protected:
         ASSERT_FALSE(givenUp) << "what was waited for did not come";
     }
 
-    /// Runs the main loop as long as it finds something to do by itself.
+    /// Runs the main loop until no source is ready.
     static void RunWhatIsReady()
     {
         while (g_main_context_iteration(nullptr, FALSE)) {
         }
     }
 
-    /// A package file that the simulator takes.
+    /// A package file that the simulator accepts.
     std::string PackageFile(const std::string& id, const std::string& version = "1.0")
     {
         const std::string path = (directory.Path() / (id + ".pkg")).string();

@@ -672,7 +672,7 @@ TEST_F(WithoutDaemon, WithoutABusTheConnectionIsInvalidAndTwoLinesTellWhy)
               "Attempt to use the DaemonConnection::GetPackageList() method when the daemon "
               "connection is not valid");
     EXPECT_NO_THROW(connection->UnsubscribeFromEvent(EventSubscription()));
-    // The proxy is tried anew for each new connection, the process-wide one is not made anew.
+    // Each new connection tries to create a proxy; the process-wide connection is created only once.
     setenv("DBUS_SESSION_BUS_ADDRESS", bus.Address().c_str(), 1);
     EXPECT_FALSE(static_cast<bool>(GetDaemonConnection()));
     EXPECT_TRUE(static_cast<bool>(DaemonConnection()));

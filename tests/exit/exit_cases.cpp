@@ -32,13 +32,13 @@ EventSubscription Subscribe(const DaemonConnection& connection, Callback callbac
     return connection.SubscribeToEvent(EventType::PackageRemoved, std::move(callback));
 }
 
-// Older than anything of the library, so it goes after all of that.
+// Constructed before the library's own objects, so destroyed after them.
 EventSubscription oldest;
 std::optional<DaemonConnection> oldConnection;
 std::optional<Result<Package>> oldResult;
 DaemonConnection* volatile neverFreed = nullptr;
 
-/// Handles that are made before main() begins.
+/// Handles created before main() begins.
 struct Globals
 {
     Globals()
@@ -59,7 +59,7 @@ struct Globals
 };
 Globals globals;
 
-/// Asks for the connection when everything of the library has gone.
+/// Asks for the connection after the library's own objects are destroyed.
 struct LateAsker
 {
     ~LateAsker()
@@ -70,17 +70,6 @@ struct LateAsker
     }
 };
 LateAsker lateAsker;
-
-void RunLoopUntilRemoval()
-{
-    for (bool removed = false; !removed;) {
-        const auto subscription =
-            Subscribe(GetDaemonConnection(), [&](const Package&) { removed = true; });
-        while (!removed) {
-            g_main_context_iteration(nullptr, TRUE);
-        }
-    }
-}
 
 void Main(const std::string& name)
 {
@@ -121,8 +110,6 @@ void Main(const std::string& name)
         g_main_context_iteration(nullptr, TRUE);
         while (g_main_context_iteration(nullptr, FALSE)) {
         }
-    } else if (name == "after a while in the loop") {
-        RunLoopUntilRemoval();
     }
 }
 

@@ -15,7 +15,7 @@ class Exit : public BusTest
 protected:
     Exit() { simulator.SetProperty("CompletedOperations", "[('completed', 'p', 0, 100, 0)]"); }
 
-    /// Starts the application. Its standard error goes into a file, since all of it is a fault.
+    /// Starts the application with its standard error in a file: any output there is a fault.
     void Begin(const std::string& name)
     {
         setenv("EXIT_CASE", name.c_str(), 1);
@@ -53,8 +53,7 @@ protected:
     void ExpectOneConnectionAndItsCache()
     {
         ExpectCleanEnd();
-        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U)
-            << "nothing is made anew at the end";
+        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U) << "nothing is created at the end";
         EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
     }
 

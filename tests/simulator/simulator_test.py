@@ -24,7 +24,7 @@ k() { m=$1; shift; gdbus call --session --dest org.velmora.Emporium.Simulator \
   --object-path /org/velmora/Emporium/Simulator --method org.velmora.Emporium.Simulator.$m "$@" 2>&1; }
 # Waits for the text in a file.
 await() { for i in $(seq 1000); do grep -q -- "$2" "$1" && return 0; sleep 0.02; done; echo "no $2"; exit 9; }
-# Follows the signals of the daemon in the file $MONITOR, and goes on when it does.
+# Writes the signals of the daemon to the file $MONITOR; returns once it receives them.
 watch_signals() { dbus-monitor --session "interface='org.velmora.Emporium',type='signal'" >"$MONITOR" 2>&1 &
   watcher=$!; for i in $(seq 1000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
   grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; }
@@ -453,7 +453,7 @@ class Program(SimulatorTest):
                 self.assertEqual(process.wait(30), 128 + number)
 
     def test_ready_is_said_once_the_name_is_owned(self):
-        # The outer bus stays, its own simulator is gone.
+        # The outer bus remains without its own simulator.
         output = self.script(f"""k ExitDuring Start >/dev/null; d Start x >/dev/null
             mkfifo {quote(self.file("out"))}; {quote(SIMULATOR)} >{quote(self.file("out"))} & inner=$!
             exec 3<{quote(self.file("out"))}; read line <&3; echo $line; d Start org.example.camera; kill $inner

@@ -14,7 +14,7 @@ extern "C" char** environ;
 
 namespace TestSupport {
 
-/// A child process, whose standard output can be read line by line. It ends with this object.
+/// A child process whose standard output can be read line by line. Destroying this object ends it.
 class Process
 {
 public:
@@ -48,7 +48,7 @@ public:
         close(m_output);
     }
 
-    /// The next line of its output, or what there is of it when the output ends.
+    /// The next line of its output; the rest of it at the end of the output.
     std::string ReadLine()
     {
         std::string line;

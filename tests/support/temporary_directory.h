@@ -8,7 +8,7 @@
 
 namespace TestSupport {
 
-/// A fresh directory that goes, with all that is in it, at the end of the test.
+/// A new temporary directory, removed with its content at the end of the test.
 class TemporaryDirectory
 {
 public:
@@ -34,11 +34,11 @@ private:
     std::filesystem::path m_path;
 };
 
-/// Where the library's cache is while this lives.
+/// The home of the library's cache while this object lives.
 ///
-/// The process-wide connection writes its cache when the process exits, and would make the directory
-/// anew when that has gone. It is then led to one that goes even later: it was there before the
-/// library was first used.
+/// The process-wide connection writes its cache when the process exits, and would create a removed
+/// directory again. After the test, the variable therefore names a directory that is removed later
+/// still: it was created before the library was first used.
 class CacheHome
 {
 public:

@@ -54,8 +54,8 @@ bool PointsIntoItsDirectory(const fs::path& text)
     return !raw.empty() && raw.front() != '.' && raw.front() != '/';
 }
 
-/// True if the link was made.
-bool MadeAnew(const fs::path& text, const fs::path& source, const fs::path& destination)
+/// Logs a failure and returns false.
+bool TryCreateSymlink(const fs::path& text, const fs::path& source, const fs::path& destination)
 {
     try {
         fs::create_directories(destination.parent_path());
@@ -68,7 +68,7 @@ bool MadeAnew(const fs::path& text, const fs::path& source, const fs::path& dest
     }
 }
 
-/// False also where it cannot be told: the copy then fails by itself.
+/// False also if it cannot be determined: the copy then fails by itself.
 bool IsInside(const fs::path& path, const fs::path& directory)
 {
     std::error_code failure;
@@ -113,7 +113,7 @@ void CopySymlink(const fs::path& source, const fs::path& destination)
         LogMessage(LogLevel::Warning)
             << "Symlink target is not in the same directory: " << Quoted(source) << " -> "
             << Quoted(destination);
-    } else if (MadeAnew(text, source, destination)) {
+    } else if (TryCreateSymlink(text, source, destination)) {
         return;
     }
     LogMessage(LogLevel::Info) << "Trying to copy content of the symlink target";

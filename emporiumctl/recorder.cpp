@@ -22,8 +22,8 @@ std::string Now()
     return text;
 }
 
-/// A recording: the snapshot, then every event with its time. Each line is written at once, so that
-/// a crash loses the last one at most.
+/// Writes a recording: the snapshot, then every event with its time. Flushes each line, so that a
+/// crash loses at most the last one.
 class Recorder
 {
 public:
