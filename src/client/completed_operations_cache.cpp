@@ -81,7 +81,7 @@ void EnsureExists(const fs::path& directory)
 
 Result<void> Save(const Operation& operation, const fs::path& directory)
 {
-    const std::string& uuid = operation.GetUUID(); // any text that the daemon has sent
+    const std::string& uuid = operation.GetUUID(); // any text, as the daemon sent it
     if (!Common::IsPlainFileName(uuid)) {
         return ErrorResult("Couldn't open " + directory.string() + "/" + uuid +
                            " to save operation");

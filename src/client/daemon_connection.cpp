@@ -12,7 +12,7 @@
 namespace Emporium {
 namespace {
 
-/// The connection's inside, for a use that the message names.
+/// The private object of a valid connection. `use` completes the message of the exception.
 DaemonConnectionPrivate& Valid(const std::shared_ptr<DaemonConnectionPrivate>& connection,
                                const char* use)
 {
@@ -125,7 +125,7 @@ std::vector<Operation> DaemonConnection::GetCompletedOperations() const
 
 Result<std::string> DaemonConnection::CreateOperation(const OperationRequest& request) const
 {
-    // The method's former name; the message has kept it.
+    // The message keeps the method's former name.
     DaemonConnectionPrivate& connection = Valid(m_private, "QueueOperation() method");
     const bool isRemoval = request.GetOperationType() == Common::OperationType::Remove;
     const Result<Operation> operation = isRemoval
@@ -134,7 +134,7 @@ Result<std::string> DaemonConnection::CreateOperation(const OperationRequest& re
     if (!operation) {
         return ErrorResult(operation.GetError());
     }
-    // At once: it must be found even before the daemon's first signal about it.
+    // Listed before the daemon's first signal about it arrives.
     connection.activeOperations.Append(operation.Get());
     return SuccessResult<std::string>(operation->GetUUID());
 }

@@ -16,7 +16,7 @@ DaemonConnectionPrivate::DaemonConnectionPrivate() : proxy(GetDBusProxy())
 {
     ProcessExit::Watch();
     if (proxy) {
-        // The handlers first: what the daemon tells from now on must not be missed.
+        // Handlers first: no signal may be missed between the load and the subscription.
         SubscribeToSignals();
         LoadSnapshot();
     }
@@ -114,9 +114,9 @@ void DaemonConnectionPrivate::OnOperationStatusChanged(const Operation& operatio
 template <typename Argument>
 void DaemonConnectionPrivate::Deliver(EventType type, const Argument& argument)
 {
-    // A callback may drop the last handle of this connection. The object then stays until the
-    // delivery is over, but nobody else is called. Deliveries are nested where a callback runs a
-    // main loop, and each of them holds the object once.
+    // A callback may destroy the last handle of this connection. The object then lives until the
+    // delivery ends, but no further subscriber is called. Deliveries nest when a callback runs a
+    // main loop; each of them holds one reference.
     const std::shared_ptr<DaemonConnectionPrivate> self = weak_from_this().lock();
     subscriptions.Deliver(type, argument, [&] {
         return self == nullptr || self.use_count() > subscriptions.Deliveries();

@@ -31,10 +31,10 @@ public:
     DaemonConnectionPrivate& operator=(const DaemonConnectionPrivate&) = delete;
     ~DaemonConnectionPrivate();
 
-    /// Writes the completed operations to the cache, the first time it is called.
+    /// Writes the completed operations to the cache on the first call; does nothing later.
     void StoreCompletedOperations();
 
-    // In the order in which they are to be made, and taken down from the end.
+    // Constructed in this order, destroyed in reverse.
     std::shared_ptr<IDBusProxy> proxy; ///< Null if the connection is not valid.
     std::string architecture;
     std::string veyraVersion;
@@ -57,7 +57,7 @@ private:
 
     bool m_stored = false;
 
-    // Last, so that the handlers are disconnected before anything that they use is gone.
+    // Last member: the handlers are disconnected before anything that they use is destroyed.
     std::array<boost::signals2::scoped_connection, 4> m_handlers;
 };
 

@@ -7,7 +7,7 @@
 
 namespace Emporium {
 
-/// Ends its subscription when it goes, unless it never was one.
+/// Unsubscribes on destruction if it owns a subscription.
 class EventSubscriptionPrivate
 {
 public:

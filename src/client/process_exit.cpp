@@ -7,11 +7,11 @@
 namespace Emporium::ProcessExit {
 namespace {
 
-// Needs no destruction, so it can be asked at any time.
+// Trivially destructible: safe to read during static destruction.
 constinit std::atomic<bool> begun = false;
 
-/// The main thread's own objects go before any global does, whenever that was made: this is what
-/// tells the end in time for globals that are older than the library's statics.
+/// Thread-local objects of the main thread are destroyed before any global. So this one notices the
+/// exit in time even for globals that are older than the library's statics.
 struct MainThreadWitness
 {
     ~MainThreadWitness()
@@ -22,7 +22,7 @@ struct MainThreadWitness
     }
 };
 
-/// For a library that is used, and left by exit(), on another thread.
+/// Notices the exit where another thread uses the library and calls exit().
 struct StaticWitness
 {
     ~StaticWitness() { begun = true; }
@@ -34,7 +34,7 @@ void Watch()
 {
     static const StaticWitness staticWitness;
     thread_local const MainThreadWitness mainThreadWitness;
-    // Naming them is what has them made.
+    // A thread-local object is constructed when it is first named.
     static_cast<void>(staticWitness);
     static_cast<void>(mainThreadWitness);
 }

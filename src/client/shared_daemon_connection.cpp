@@ -7,8 +7,7 @@
 namespace Emporium {
 namespace {
 
-// Needs no construction and no destruction, so that it can be asked at any time of a process's
-// life.
+// Constant-initialised and trivially destructible: safe to read during static destruction.
 enum class State
 {
     Absent,
@@ -46,8 +45,8 @@ void SharedDaemonConnection::Unsubscribe(const DaemonConnection& connection, std
 SharedDaemonConnection::~SharedDaemonConnection()
 {
     state = State::Gone;
-    // Handles that never go, or that a callback on the stack holds while it calls exit(), must not
-    // cost the application its completed operations.
+    // Handles may outlive this object: leaked ones, or those of a callback that calls exit(). The
+    // completed operations are stored nevertheless.
     if (m_connection) {
         m_connection->m_private->StoreCompletedOperations();
     }

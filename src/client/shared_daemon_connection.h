@@ -8,15 +8,15 @@
 
 namespace Emporium {
 
-/// The process-wide connection, from the first wish for it until the process exits.
+/// The process-wide connection. Created on first use; lives until process exit.
 class SharedDaemonConnection
 {
 public:
-    /// The connection, made if there was none yet. Null while the process exits, unless it is there
-    /// still: nothing is made then that would have to be taken down again.
+    /// Creates the connection on first use. During process exit, returns the existing connection
+    /// or null; never creates one.
     static DaemonConnection* Get();
 
-    /// A connection that never was one, and never becomes one.
+    /// A connection that is not valid and never becomes valid.
     static DaemonConnection Invalid();
 
     /// Ends a subscription of this connection by its ID.

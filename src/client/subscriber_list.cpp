@@ -32,8 +32,8 @@ void SubscriberList::ClearRemoved()
         return;
     }
     m_hasRemoved = false;
-    // What a callback holds may unsubscribe others when it goes, so the records go when the list
-    // itself is in order again.
+    // Destroying a callback may unsubscribe others, so the records are destroyed last, after the
+    // list is consistent again.
     std::list<Record> removed;
     for (auto record = m_records.begin(); record != m_records.end();) {
         const auto next = std::next(record);

@@ -11,10 +11,9 @@ namespace Emporium {
 
 /// The subscribers of a connection, in the order of subscription.
 ///
-/// The list may change while it is being walked, since callbacks subscribe and unsubscribe. A
-/// record that was removed is not called any more, but stays until the walk is over: its callback
-/// may be the one that is running. A record that was added is beyond the end of the walk, which is
-/// known by its ID.
+/// Callbacks subscribe and unsubscribe, so the list changes during a walk. A removed record is not
+/// called any more, but is kept until the walk ends: its callback may be the one that is running.
+/// Records added during a walk have higher IDs and are skipped.
 class SubscriberList
 {
 public:
@@ -22,13 +21,13 @@ public:
     SubscriberList(const SubscriberList&) = delete;
     SubscriberList& operator=(const SubscriberList&) = delete;
 
-    /// The ID of the new record: 1, 2, 3 and so on, never used again.
+    /// Returns the ID of the new record: 1, 2, 3 and so on, never reused.
     std::uint64_t Add(EventType type, const EventCallback& callback);
 
     void Remove(std::uint64_t id);
 
-    /// Calls every subscriber of this type whose callback takes an Argument, as long as
-    /// `goOn()` holds. An exception from a callback ends it.
+    /// Calls every subscriber of this type whose callback takes an Argument, while `goOn()` is
+    /// true. An exception from a callback ends the delivery.
     template <typename Argument, typename GoOn>
     void Deliver(EventType type, const Argument& argument, GoOn goOn)
     {
@@ -48,7 +47,7 @@ public:
         }
     }
 
-    /// How many deliveries are going on, one inside the other.
+    /// The number of deliveries in progress, one nested in the other.
     int Deliveries() const { return m_walks; }
 
 private:
@@ -60,7 +59,7 @@ private:
         bool removed;
     };
 
-    /// Lives as long as a walk does. The end of the outermost one clears away what was removed.
+    /// Marks a walk in progress. The end of the outermost one clears the removed records.
     class Walk
     {
     public:

@@ -18,14 +18,13 @@ namespace Emporium::DBusConnection {
 using Common::LogLevel;
 using Common::LogMessage;
 
-/// Begins with a GSource, so that GLib takes it for one.
+/// The GSource comes first, so that GLib can treat the record as one.
 struct DBusEventSource
 {
     GSource base;
     GPollFD pollfd;
-    sdbus::IConnection* connection;
     EventDispatcher* dispatcher;
-    bool suspended; ///< Out of the poll, until the bus library is left.
+    bool suspended; ///< Not polled until the current dispatch ends.
 };
 
 namespace {
@@ -35,14 +34,14 @@ DBusEventSource* FromBase(GSource* base)
     return reinterpret_cast<DBusEventSource*>(base);
 }
 
-/// A source that stayed in the poll could not be dispatched, and a loop that polls it would spin.
+/// A source that is polled but cannot be dispatched would make the nested loop spin.
 void SuspendPolling(DBusEventSource& source)
 {
     g_source_remove_poll(&source.base, &source.pollfd);
     source.suspended = true;
 }
 
-// Only the loop nested in a dispatch comes here while the bus library is inside.
+// IsProcessing() is true here only in a loop that is nested in a dispatch.
 gboolean Prepare(GSource* base, gint* timeout)
 {
     DBusEventSource& source = *FromBase(base);
@@ -100,7 +99,6 @@ EventDispatcher::SourcePointer EventDispatcher::MakeSource(int descriptor)
 {
     SourcePointer source(FromBase(g_source_new(&sourceFunctions, sizeof(DBusEventSource))));
     source->pollfd = GPollFD{descriptor, G_IO_IN, 0};
-    source->connection = &m_connection;
     source->dispatcher = this;
     source->suspended = false;
     g_source_add_poll(&source->base, &source->pollfd);
@@ -122,8 +120,8 @@ void EventDispatcher::WakeForQueuedMessages()
 
 bool EventDispatcher::ProcessPending()
 {
-    // From a loop nested in a dispatch, with a source that was found ready before that dispatch
-    // began: the dispatch delivers what waits when it goes on.
+    // A nested loop may dispatch a source that was ready before the outer dispatch began. The outer
+    // dispatch delivers the waiting messages when it continues.
     if (m_processing) {
         return true;
     }
@@ -158,7 +156,7 @@ void EventDispatcher::ResumePolling()
 
 void EventDispatcher::ReleaseSource::operator()(DBusEventSource* source) const
 {
-    // GLib complains about taking a poll from a source that is destroyed, as after a lost bus.
+    // GLib warns if a poll is removed from a destroyed source, which it is after a lost bus.
     if (!g_source_is_destroyed(&source->base) && !source->suspended) {
         g_source_remove_poll(&source->base, &source->pollfd);
     }

@@ -20,23 +20,22 @@ public:
 
     sdbus::IConnection& Connection() { return *m_connection; }
 
-    /// Asks for the name that tells who is connected. Not getting it is only worth a log line.
+    /// Requests the name that identifies the application on the bus. A failure is only logged.
     void RequestConnectionName();
 
 private:
     std::unique_ptr<sdbus::IConnection> m_connection;
 };
 
-/// Has the GLib default main context process what comes from the bus.
+/// Processes bus messages in the GLib default main context.
 ///
-/// Two sources: one polls the bus itself, the other the descriptor by which the bus library tells
-/// that messages are waiting in its own queue, read there while a call waited for its reply.
-/// Without the second, those messages would stay until something else comes from the bus.
+/// One source polls the bus descriptor. A second one polls the descriptor by which the bus library
+/// announces messages in its own queue, which it read while a call waited for its reply; without it
+/// they would wait for the next message from the bus.
 ///
-/// The bus library must not be entered while it is inside: it would fail, as if the bus were lost.
-/// This happens when a callback runs a main loop of its own. GLib keeps out the source that is
-/// being dispatched; the other one is taken out of the nested loop's poll until the dispatch is
-/// over.
+/// `processPendingEvent()` is not re-entrant: it fails as if the bus were lost. A callback that
+/// runs a main loop would re-enter it. GLib does not dispatch the source that is being dispatched;
+/// the other one is not polled until the dispatch ends.
 class EventDispatcher
 {
 public:
@@ -49,10 +48,10 @@ public:
     /// They are in its own queue, so the bus descriptor does not become readable for them.
     void WakeForQueuedMessages();
 
-    /// Processes all that is pending. False if the bus is lost; then both sources are done with.
+    /// Processes all pending messages. False if the bus is lost; both sources are then destroyed.
     bool ProcessPending();
 
-    /// True while the bus library is inside its processing.
+    /// True during ProcessPending().
     bool IsProcessing() const { return m_processing; }
 
 private:

@@ -43,7 +43,7 @@ bool Entered(sdbus::Message& message)
     return entered;
 }
 
-/// Calls `visit` with each key of the a{sv} at which the message stands; it has to read the variant.
+/// Calls `visit` with each key of the a{sv} at which the message stands. `visit` reads the variant.
 template <typename Visit>
 void ForEachEntry(sdbus::Message& message, Visit visit)
 {

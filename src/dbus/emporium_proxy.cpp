@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint64_t defaultReplyTimeout = 0;
 
-/// What the signal carries, or nothing if it is not what the contract says.
+/// The content of the signal, or nothing if it deviates from the contract.
 template <typename Content>
 std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Message&))
 {

@@ -11,7 +11,7 @@
 namespace org::velmora {
 
 /// The client side of the daemon's bus interface: one member for each method, one handler for each
-/// signal. Decodes messages into the model without values of the bus library in between.
+/// signal. Decodes messages directly into the model.
 class Emporium_proxy
 {
 public:

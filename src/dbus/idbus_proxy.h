@@ -14,8 +14,8 @@
 
 namespace Emporium {
 
-/// The seam between the connection that applications see and the bus. Everything above it runs
-/// against any implementation; nothing above it knows the bus.
+/// The seam between the client and the bus: the client uses this interface and nothing else of the
+/// bus, so tests replace it.
 ///
 /// The operations block until the daemon has answered. A failure of the bus or the daemon comes
 /// back as an error result. The signals are emitted on the thread that iterates the GLib default
@@ -30,7 +30,7 @@ public:
 
     virtual Result<Properties> GetAllProperties() = 0;
 
-    /// Queues the installation, or upgrade, of a package file.
+    /// Queues the installation or upgrade of a package file.
     virtual Result<Operation> Install(const std::string& path) = 0;
     virtual Result<Operation> Remove(const std::string& packageID) = 0;
     virtual Result<void> Start(const std::string& id) = 0;
@@ -38,13 +38,13 @@ public:
 
     boost::signals2::signal<void(const Package&)> PackageInstalled;
     boost::signals2::signal<void(const Package&)> PackageUpgraded;
-    /// Carries the identifier of the package that has gone.
+    /// Carries the identifier of the removed package.
     boost::signals2::signal<void(const std::string&)> PackageRemoved;
     boost::signals2::signal<void(const Operation&)> OperationStatusChanged;
 };
 
-/// The process's proxy, or null where none could be made; the reason is then in the log. A failed
-/// attempt is repeated by the next call, a successful one never.
+/// The proxy of the process, created on first use. Null if that fails; the cause is logged, and the
+/// next call tries again.
 std::shared_ptr<IDBusProxy> GetDBusProxy();
 
 } // namespace Emporium

@@ -10,7 +10,7 @@
 
 namespace Emporium {
 
-/// The daemon's state at one moment, with its lists in its own order.
+/// A snapshot of the daemon's state. The lists are in the daemon's order.
 struct Properties
 {
     std::string Architecture;

@@ -32,13 +32,13 @@ using Common::FileDescriptor;
 
 namespace {
 
-/// A damaged archive, for whatever reason; the reader turns every exception into the same text.
+/// Any kind of damage: the caller reports one text for all of them.
 [[noreturn]] void ThrowDamaged()
 {
     throw boost::archive::archive_exception(boost::archive::archive_exception::input_stream_error);
 }
 
-/// The content of a file, to read an archive from.
+/// Lets an archive read from memory.
 class MemoryBuffer : public std::streambuf
 {
 public:
@@ -50,9 +50,8 @@ public:
     std::string_view Rest() const { return {gptr(), static_cast<std::size_t>(egptr() - gptr())}; }
 };
 
-/// The archive's own way with a string is to believe its length and to allocate it at once, which a
-/// damaged file can make any number of bytes. This one has the same form in the file, but knows how
-/// much there is to read.
+/// A string in the form of the archive's own. Boost allocates the stored length unchecked; this
+/// checks it against the remaining input.
 class BoundedString
 {
 public:
@@ -106,7 +105,7 @@ public:
 } // namespace
 } // namespace Emporium
 
-// Strings stand in the file without class information of their own.
+// As for the archive's own strings, no class information is stored.
 BOOST_CLASS_IMPLEMENTATION(Emporium::BoundedString, boost::serialization::object_serializable)
 BOOST_CLASS_TRACKING(Emporium::BoundedString, boost::serialization::track_never)
 BOOST_CLASS_TRACKING(Emporium::SerializableOperation, boost::serialization::track_never)
@@ -116,9 +115,8 @@ namespace {
 
 constexpr unsigned int archiveFlags = 0;
 
-/// Opens without ever waiting: a FIFO without an other end, or a device, must not hold up the start
-/// or the end of an application. A path with a zero byte in it names no file; the system would take
-/// it for another, shorter one.
+/// Opens without blocking: a FIFO or a device must not delay the start or the exit of an
+/// application. Refuses a path with a zero byte, which the system would cut off there.
 FileDescriptor Open(const std::string& path, int flags)
 {
     if (path.find('\0') != std::string::npos) {
@@ -128,7 +126,7 @@ FileDescriptor Open(const std::string& path, int flags)
     return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
 }
 
-/// The whole content, as far as there is one: only a regular file has a content with an end.
+/// The whole content of a regular file; nothing for any other kind, whose content may not end.
 std::optional<std::string> ReadAll(const FileDescriptor& file)
 {
     struct stat status{};
@@ -185,7 +183,7 @@ std::string Serialize(const Operation& operation)
     return std::move(buffer).str();
 }
 
-/// The archive begins with its signature, a string: the same care as for the strings of the record.
+/// The archive starts with a string, its signature, whose length needs the same check.
 void CheckSignatureLength(std::string_view content)
 {
     std::size_t length = 0;
@@ -198,8 +196,8 @@ void CheckSignatureLength(std::string_view content)
     }
 }
 
-/// What comes before the record: not tracked, class version 0. The archive does not reject another
-/// version, and asserts instead of failing where the flag is neither 0 nor 1.
+/// Requires an untracked record of class version 0. The archive accepts other versions, and asserts
+/// where the tracking flag is neither 0 nor 1.
 void CheckClassInformation(std::string_view content)
 {
     constexpr std::string_view untrackedVersion0("\0\0\0\0\0", 5);
@@ -225,7 +223,7 @@ Operation Deserialize(std::string content)
                      static_cast<Common::ErrorCode>(record.errorCode));
 }
 
-// The callers report the path; why writing or reading failed is not part of their message.
+// The callers report the path alone, without the cause.
 
 bool TrySerialize(const Operation& operation, const FileDescriptor& file)
 {

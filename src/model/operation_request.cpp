@@ -19,42 +19,24 @@ public:
 class OperationRequest::BuilderPrivate
 {
 public:
-    void SetOperationType(Common::OperationType type) { m_type = type; }
-    void SetPackageID(const std::string& id) { m_packageID = id; }
-    void SetPackagePath(const std::string& path) { m_packagePath = path; }
-
-    OperationRequest Build() const
-    {
-        OperationRequest request;
-        if (!m_type) {
-            throw std::logic_error(
-                "Attempt to build an operation request but operation type not specified");
-        }
-        request.SetOperationType(*m_type);
-        if (*m_type == Common::OperationType::Remove) {
-            request.SetPackageID(Required(m_packageID, *m_type, " but package id not specified"));
-        } else {
-            request.SetPackagePath(
-                Required(m_packagePath, *m_type, " but package path not specified"));
-        }
-        return request;
-    }
-
-private:
-    static const std::string& Required(const std::optional<std::string>& field,
-                                       Common::OperationType type, const char* absent)
-    {
-        if (!field) {
-            throw std::logic_error(std::string("Attempt to build an operation request with type ") +
-                                   DisplayName(type) + absent);
-        }
-        return *field;
-    }
-
-    std::optional<Common::OperationType> m_type;
-    std::optional<std::string> m_packageID;
-    std::optional<std::string> m_packagePath;
+    std::optional<Common::OperationType> type;
+    std::optional<std::string> packageID;
+    std::optional<std::string> packagePath;
 };
+
+namespace {
+
+const std::string& Required(const std::optional<std::string>& field, Common::OperationType type,
+                            const char* absent)
+{
+    if (!field) {
+        throw std::logic_error(std::string("Attempt to build an operation request with type ") +
+                               DisplayName(type) + absent);
+    }
+    return *field;
+}
+
+} // namespace
 
 OperationRequest::OperationRequest() : m_private(std::make_shared<OperationRequestPrivate>()) {}
 OperationRequest::OperationRequest(const OperationRequest&) = default;
@@ -102,25 +84,38 @@ OperationRequest::Builder::~Builder() = default;
 
 OperationRequest::Builder& OperationRequest::Builder::SetOperationType(Common::OperationType type)
 {
-    m_private->SetOperationType(type);
+    m_private->type = type;
     return *this;
 }
 
 OperationRequest::Builder& OperationRequest::Builder::SetPackageID(const std::string& id)
 {
-    m_private->SetPackageID(id);
+    m_private->packageID = id;
     return *this;
 }
 
 OperationRequest::Builder& OperationRequest::Builder::SetPackagePath(const std::string& path)
 {
-    m_private->SetPackagePath(path);
+    m_private->packagePath = path;
     return *this;
 }
 
 OperationRequest OperationRequest::Builder::Build() const
 {
-    return m_private->Build();
+    if (!m_private->type) {
+        throw std::logic_error(
+            "Attempt to build an operation request but operation type not specified");
+    }
+    const Common::OperationType type = *m_private->type;
+    OperationRequest request;
+    request.SetOperationType(type);
+    if (type == Common::OperationType::Remove) {
+        request.SetPackageID(Required(m_private->packageID, type, " but package id not specified"));
+    } else {
+        request.SetPackagePath(
+            Required(m_private->packagePath, type, " but package path not specified"));
+    }
+    return request;
 }
 
 } // namespace Emporium

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-// The definitions of the result templates, for the few files that instantiate them.
+// Definitions of the result templates; only the files that instantiate them include this.
 
 #include <emporium/result.h>
 

@@ -38,8 +38,8 @@ ErrorCodeHelper::ErrorCodeHelper(int code) : m_code(static_cast<ErrorCode>(code)
     m_shortName = row.ShortName();
 }
 
-// The name is kept as it was given and the bus name stays empty: callers rely on telling by that
-// which way a helper was made.
+// Keeps the given name, and leaves the bus name empty: callers tell by that how a helper was
+// constructed.
 ErrorCodeHelper::ErrorCodeHelper(const std::string& name)
     : m_code(FindError(name).code), m_shortName(name)
 {

@@ -26,10 +26,9 @@ struct ErrorTableRow
 
 inline constexpr std::size_t errorTableSize = 31;
 
-/// The one place where names and messages stand, ordered by number. Both directions of the
-/// conversion, the category's messages and the simulator's replies are made from it. It is
-/// constant data: it needs no construction, so errors can be named at any time, even while the
-/// process exits.
+/// All names and messages, ordered by number. Both directions of the conversion, the category's
+/// messages and the simulator's replies use this table. Constant-initialised: safe to read at any
+/// time, also during static destruction.
 extern const std::array<ErrorTableRow, errorTableSize> errorTable;
 
 /// The row of a number, or the row of ErrorCode::Internal where the number is not assigned.

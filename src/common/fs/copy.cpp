@@ -17,14 +17,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Paths are quoted in the log, where they stand among other words, and plain in messages.
+/// Paths are quoted in log lines, and plain in exception messages.
 auto Quoted(const fs::path& path)
 {
     return std::quoted(path.native());
 }
 
-/// Runs the step; after any failure takes away what it left at the destination, and lets the failure
-/// go on.
+/// Runs the step. After any failure, removes whatever is at the destination and rethrows.
 template <typename Step>
 void CleaningUp(const char* kind, const fs::path& destination, Step step)
 {
@@ -54,7 +53,7 @@ bool PointsIntoItsDirectory(const fs::path& text)
     return !raw.empty() && raw.front() != '.' && raw.front() != '/';
 }
 
-/// Logs a failure and returns false.
+/// True if the link was created; a failure is logged.
 bool TryCreateSymlink(const fs::path& text, const fs::path& source, const fs::path& destination)
 {
     try {
@@ -68,7 +67,7 @@ bool TryCreateSymlink(const fs::path& text, const fs::path& source, const fs::pa
     }
 }
 
-/// False also if it cannot be determined: the copy then fails by itself.
+/// False also if this cannot be determined: the copy then fails by itself.
 bool IsInside(const fs::path& path, const fs::path& directory)
 {
     std::error_code failure;
@@ -129,7 +128,7 @@ void Copy(const fs::path& source, const fs::path& destination)
     if (Exists(destination)) {
         throw FilesystemError(failed + " (path already exists)");
     }
-    // A link first: the other tests would look through it.
+    // Links first: the other tests follow them.
     if (IsSymlink(source)) {
         CopySymlink(source, destination);
     } else if (IsDirectory(source)) {

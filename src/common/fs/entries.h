@@ -6,39 +6,39 @@
 
 namespace Common {
 
-// A failure of each of these is logged with its cause and thrown with the message that stands here.
+// Each of these logs the cause of a failure and throws with the quoted message.
 
-/// Removes an entry, **a directory with all that is in it**. A missing entry is no failure. A link
-/// goes itself. "Couldn't remove filesystem entry: PATH"
+/// Removes an entry, **a directory with its whole content**. A missing entry is no failure. Links
+/// are not followed. "Couldn't remove filesystem entry: PATH"
 void Remove(const std::filesystem::path& path);
 
-/// Makes a directory and those above it. One that is there is no failure. "Couldn't create
-/// directory: PATH"
+/// Creates a directory and its parents. An existing one is no failure. "Couldn't create directory:
+/// PATH"
 void CreateDirectories(const std::filesystem::path& path);
 
-/// The link's text as it is. "Couldn't read symlink: PATH"
+/// The text of the link, unchanged. "Couldn't read symlink: PATH"
 std::filesystem::path ReadSymlink(const std::filesystem::path& path);
 
 /// For ReadDirectory(); other bits are ignored.
 enum ReadDirectoryFlags : unsigned
 {
-    Recursive = 1,   ///< The entries of subdirectories too; links to directories are not entered.
-    OrderByTime = 2, ///< Those written first come first; equal times in any order.
+    Recursive = 1,   ///< The entries of subdirectories too; links to directories are not followed.
+    OrderByTime = 2, ///< Oldest first; equal times in any order.
 };
 
-/// The entries of a directory, in any order if none is asked for. Every entry's time is read, so one
-/// dangling link among them is a failure, even then. "Couldn't read directory: PATH", which is the
-/// directory that was asked for.
+/// The entries of a directory, in any order unless OrderByTime is given. Always reads the time of
+/// each entry, so one dangling link is a failure. "Couldn't read directory: PATH", where PATH is
+/// the given directory.
 std::vector<std::filesystem::path> ReadDirectory(const std::filesystem::path& path, unsigned flags);
 
-/// Makes the directories above `to`, then renames. **A file that is there is replaced.** `to` needs a
-/// directory in it: "name" alone fails. "Couldn't move FROM to TO"
+/// Creates the parent directories of `to`, then renames. **Replaces an existing file.** `to` must
+/// have a parent directory in its path: "name" alone fails. "Couldn't move FROM to TO"
 void Move(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// Both make the directories above the link first, and so `link` needs a directory in it. Something at
-// `link` is a failure that is not logged, told with " (path already exists)" at the end; a dangling
-// link there does not count as something, but then the making itself fails. A link that loops is
-// logged twice: by the test whether it is there, and by the making.
+// Both create the parent directories first, so `link` must have one in its path. An existing entry
+// at `link` is a failure that is not logged; " (path already exists)" is added to the message. A
+// dangling link there passes that test, but then creating the link fails. A link that loops is
+// logged twice: by the test and by the creation.
 
 /// "Couldn't create symlink LINK pointing to TARGET"
 void CreateSymlink(const std::filesystem::path& target, const std::filesystem::path& link);

@@ -5,8 +5,8 @@
 
 namespace Common {
 
-// A missing entry is no failure: these answer false for it and log nothing. Any other failure (an
-// unsearchable parent, links that loop) is logged, and the answer is false. All but IsSymlink()
+// All of these return false for a missing entry, and log nothing. Any other failure (an
+// unsearchable parent, links that loop) is logged and also returns false. All but IsSymlink()
 // follow links.
 
 bool Exists(const std::filesystem::path& path);
@@ -14,12 +14,12 @@ bool IsDirectory(const std::filesystem::path& path);
 bool IsRegularFile(const std::filesystem::path& path);
 bool IsSocket(const std::filesystem::path& path);
 
-/// Looks at the entry itself, so it is true for a dangling link.
+/// Does not follow the link, so it is true for a dangling one.
 bool IsSymlink(const std::filesystem::path& path);
 
-/// True if the directory has no entries; a failure to look is logged and answered with false.
-/// Throws "Attempt to check if the path is an empty directory, but the path is not a directory"
-/// for anything that IsDirectory() denies.
+/// True if the directory has no entries; a failure to read it is logged and returns false. Throws
+/// "Attempt to check if the path is an empty directory, but the path is not a directory" where
+/// IsDirectory() is false.
 bool IsEmptyDirectory(const std::filesystem::path& path);
 
 } // namespace Common

@@ -10,19 +10,19 @@
 
 namespace Common {
 
-/// What the utilities throw: a filesystem error with a message of its own.
+/// The exception of the utilities: ErrorCode::Filesystem with a message of its own.
 inline Error FilesystemError(const std::string& message)
 {
     return Error(make_error_code(ErrorCode::Filesystem), message);
 }
 
-/// Logs why, for a failure that is then told in fixed words or not at all.
+/// Logs the cause of a failure, which the exception's fixed message does not contain.
 inline void LogCause(const std::exception& cause)
 {
     LogMessage(LogLevel::Error) << cause.what();
 }
 
-/// Runs standard operations as one step: their failure is logged, and told as `message()`.
+/// Runs standard operations as one step. A failure is logged, and thrown with `message()`.
 template <typename Step, typename Message>
 auto Wrapped(Step step, Message message)
 {

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// The filesystem utilities of the system's shared code: everything.
+/// Includes all filesystem utilities of the system's shared code.
 ///
-/// Two ways to fail, and each function keeps to one of them. Tests of an entry log what went wrong
-/// and answer false. Everything else throws Common::Error with a fixed message; where the cause came
-/// from the standard filesystem library, its text is logged just before. Exceptions that are not
-/// derived from std::exception pass through. Nothing keeps a state; any thread may call anything,
-/// except where a function says otherwise.
+/// Tests of an entry log a failure and return false. All other functions throw Common::Error with a
+/// fixed message; if the cause comes from the standard filesystem library, its text is logged just
+/// before. Exceptions that are not derived from std::exception pass through. No function keeps
+/// state; any thread may call any function, except where a comment says otherwise.
 
 #include "common/fs/copy.h"
 #include "common/fs/entries.h"

@@ -6,16 +6,16 @@
 
 namespace Common {
 
-/// The root under which the system tree is addressed: the value of `KVD_ROOT_FS` as it is, also if
-/// it is empty or relative, or "/" if it is unset. Reads the environment without a lock.
+/// The root of the system tree: the value of `KVD_ROOT_FS`, unchanged even if it is empty or
+/// relative, or "/" if it is unset. Reads the environment without a lock.
 std::filesystem::path GetRootPath();
 
-/// The value of `HOME` as it is. The password database is not asked. Throws if it is unset:
+/// The value of `HOME`, unchanged. Never reads the password database. Throws if it is unset:
 /// "Couldn't locate current user home directory". Reads the environment without a lock.
 std::filesystem::path GetHomePath();
 
-/// The directory for temporary files, which exists. Otherwise logs the cause and throws "Couldn't
-/// retrieve temp directory path".
+/// The existing directory for temporary files. If there is none, logs the cause and throws
+/// "Couldn't retrieve temp directory path".
 std::filesystem::path GetTempDirectoryPath();
 
 /// The model with each "%" replaced by a random lower-case hexadecimal digit. Nothing is created.

@@ -5,10 +5,10 @@
 
 namespace Common {
 
-/// True if the path leads to a regular file that has **any** of the mask's permission bits. False for
-/// everything else, directories and missing entries among them. Follows links.
+/// True if the path leads to a regular file that has **any** of the mask's permission bits. False
+/// for any other entry, and for a missing one. Follows links.
 ///
-/// A failure to look is logged and thrown as "Couldn't get permissions for: " and the path.
+/// Another failure is logged and thrown as "Couldn't get permissions for: " and the path.
 bool HasPermissions(const std::filesystem::path& path, std::filesystem::perms mask);
 
 /// Replaces the permission bits of the entry that the path leads to. Follows links.

@@ -13,14 +13,13 @@ enum class LogLevel : std::int32_t
     Error = 2,   ///< Written with the prefix "[E] ".
 };
 
-/// One line on standard output, written when the object goes.
+/// One line on standard output, written by the destructor.
 ///
 ///     LogMessage(LogLevel::Warning) << "Couldn't create " << path;
 ///
-/// Nothing is written if nothing, or only empty text, was inserted. The text is written as it is,
-/// whatever it contains; the line is flushed at once. A message that an exception interrupts is
-/// still written, as far as it had come. Each object belongs to one thread; lines written by
-/// several threads at the same moment may interleave.
+/// Writes nothing if nothing, or only empty text, was inserted. The text is written unchanged and
+/// flushed at once. If an exception interrupts the message, the part inserted so far is written.
+/// Each object belongs to one thread; lines of several threads may interleave.
 class LogMessage
 {
 public:
@@ -28,7 +27,7 @@ public:
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
 
-    /// Writes the line. An exception on the way ends the process.
+    /// Writes the line. An exception during that ends the process.
     ~LogMessage();
 
     template <typename T>

@@ -132,7 +132,7 @@ TEST_F(CopyingFile, AnUnreadableSourceLeavesNothing)
 
 using CopyingSymlink = CopyTest;
 
-TEST_F(CopyingSymlink, InTheSameDirectoryIsRecreated)
+TEST_F(CopyingSymlink, InTheSameDirectoryIsCreatedAgain)
 {
     for (const char* text : {"lib.so.1", "name/other"}) {
         fs::create_symlink(text, At("link"));
@@ -160,7 +160,7 @@ TEST_F(CopyingSymlink, ThatLeavesItsDirectoryBecomesAFile)
     }
 }
 
-TEST_F(CopyingSymlink, ThatCannotBeRecreatedFallsBackToTheContent)
+TEST_F(CopyingSymlink, ThatCannotBeCreatedFallsBackToTheContent)
 {
     MakeFile("target");
     fs::create_symlink("target", At("link"));
