@@ -62,6 +62,14 @@ void Emporium_proxy::RegisterSignal(const char* signal, Content (*read)(sdbus::M
                                   });
 }
 
+template <typename... Arguments>
+sdbus::MethodReply Emporium_proxy::Call(const char* method, const Arguments&... arguments)
+{
+    sdbus::MethodCall call = m_proxy.createMethodCall(m_interface, sdbus::MethodName(method));
+    ((call << arguments), ...);
+    return m_proxy.callMethod(call, defaultReplyTimeout);
+}
+
 Emporium::Properties Emporium_proxy::CallGetAllProperties()
 {
     sdbus::MethodReply reply = Call(Contract::Method::getAllProperties);
@@ -90,23 +98,6 @@ void Emporium_proxy::CallRestart(const std::string& id)
 {
     sdbus::MethodReply reply = Call(Contract::Method::restart, id);
     Decoder::ReadEmptyBody(reply);
-}
-
-sdbus::MethodCall Emporium_proxy::CreateCall(const char* method)
-{
-    return m_proxy.createMethodCall(m_interface, sdbus::MethodName(method));
-}
-
-sdbus::MethodReply Emporium_proxy::Call(const char* method)
-{
-    return m_proxy.callMethod(CreateCall(method), defaultReplyTimeout);
-}
-
-sdbus::MethodReply Emporium_proxy::Call(const char* method, const std::string& argument)
-{
-    sdbus::MethodCall call = CreateCall(method);
-    call << argument;
-    return m_proxy.callMethod(call, defaultReplyTimeout);
 }
 
 } // namespace org::velmora

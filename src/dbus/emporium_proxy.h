@@ -37,9 +37,8 @@ protected:
     void CallRestart(const std::string& id);
 
 private:
-    sdbus::MethodCall CreateCall(const char* method);
-    sdbus::MethodReply Call(const char* method);
-    sdbus::MethodReply Call(const char* method, const std::string& argument);
+    template <typename... Arguments>
+    sdbus::MethodReply Call(const char* method, const Arguments&... arguments);
 
     template <typename Content>
     void RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <emporium/operation_request.h>
 
-#include "model/display_name.h"
-
 #include <optional>
 #include <stdexcept>
 
@@ -25,6 +23,19 @@ public:
 };
 
 namespace {
+
+const char* DisplayName(Common::OperationType type)
+{
+    switch (type) {
+    case Common::OperationType::Install:
+        return "OperationType::Install";
+    case Common::OperationType::Upgrade:
+        return "OperationType::Upgrade";
+    case Common::OperationType::Remove:
+        return "OperationType::Remove";
+    }
+    return "OperationType::(Unknown)";
+}
 
 const std::string& Required(const std::optional<std::string>& field, Common::OperationType type,
                             const char* absent)

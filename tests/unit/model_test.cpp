@@ -4,7 +4,6 @@
 #include <emporium/package.h>
 #include <emporium/package_filters.h>
 
-#include "model/display_name.h"
 #include "support/output.h"
 
 #include <gtest/gtest.h>
@@ -107,7 +106,6 @@ TEST(Operation, AnUnknownTypeIsKept)
 {
     const Operation operation("", "", static_cast<OperationType>(7), {}, {});
     EXPECT_EQ(static_cast<int>(operation.GetType()), 7);
-    EXPECT_STREQ(DisplayName(operation.GetType()), "OperationType::(Unknown)");
 }
 
 TEST(Operation, CopiesShareTheirStrings)
@@ -117,14 +115,6 @@ TEST(Operation, CopiesShareTheirStrings)
     EXPECT_EQ(&copy.GetUUID(), &operation.GetUUID());
     EXPECT_EQ(&copy.GetPackageID(), &operation.GetPackageID());
     EXPECT_EQ(&copy.GetType(), &operation.GetType());
-}
-
-TEST(DisplayName, OfEveryOperationType)
-{
-    EXPECT_STREQ(DisplayName(OperationType::Install), "OperationType::Install");
-    EXPECT_STREQ(DisplayName(OperationType::Upgrade), "OperationType::Upgrade");
-    EXPECT_STREQ(DisplayName(OperationType::Remove), "OperationType::Remove");
-    EXPECT_STREQ(DisplayName(static_cast<OperationType>(-1)), "OperationType::(Unknown)");
 }
 
 TEST(OperationRequest, ADefaultOneIsAnInstallWithoutTexts)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "dbus/contract.h"
-#include "dbus/decoder.h"       // not allowed
-#include "model/display_name.h" // not allowed
+#include "dbus/decoder.h"      // not allowed
+#include "model/result_impl.h" // not allowed
 #include "store.h"
 
 #include <emporium/operation.h> // not allowed

@@ -2,6 +2,6 @@
 #include <common/error.h>
 #include <emporium/result.h>
 
-#include "model/display_name.h" // not allowed
+#include "model/result_impl.h" // not allowed
 
 #include <boost/optional.hpp> // not allowed

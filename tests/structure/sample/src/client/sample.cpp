@@ -4,7 +4,7 @@
 #include "common/log/log_message.h"
 #include "dbus/decoder.h" // not allowed
 #include "dbus/idbus_proxy.h"
-#include "model/display_name.h"
+#include "model/result_impl.h"
 
 #include <emporium/result.h>
 
