@@ -113,18 +113,17 @@ OperationRequest::Builder& OperationRequest::Builder::SetPackagePath(const std::
 
 OperationRequest OperationRequest::Builder::Build() const
 {
-    if (!m_private->type) {
+    const auto& [type, packageID, packagePath] = *m_private;
+    if (!type) {
         throw std::logic_error(
             "Attempt to build an operation request but operation type not specified");
     }
-    const Common::OperationType type = *m_private->type;
     OperationRequest request;
-    request.SetOperationType(type);
-    if (type == Common::OperationType::Remove) {
-        request.SetPackageID(Required(m_private->packageID, type, " but package id not specified"));
+    request.SetOperationType(*type);
+    if (*type == Common::OperationType::Remove) {
+        request.SetPackageID(Required(packageID, *type, " but package id not specified"));
     } else {
-        request.SetPackagePath(
-            Required(m_private->packagePath, type, " but package path not specified"));
+        request.SetPackagePath(Required(packagePath, *type, " but package path not specified"));
     }
     return request;
 }
