@@ -34,7 +34,6 @@ public:
     ~ErrorSlot() { g_clear_error(&m_error); }
 
     GError** operator&() { return &m_error; }
-    const GError* Get() const { return m_error; }
     std::string Message() const { return m_error != nullptr ? m_error->message : "unknown error"; }
 
 private:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/files/catalogue.h"
 
-#include "dbus/contract.h"
 #include "simulator/bus/message_body.h"
 #include "simulator/bus/variant_builder.h"
 #include "simulator/files/input_error.h"

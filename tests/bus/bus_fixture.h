@@ -14,10 +14,9 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>

@@ -2,10 +2,6 @@
 #include "bus_fixture.h"
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <stdexcept>
 
 namespace {
