@@ -78,13 +78,13 @@ class Feeder:
 
 
 def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
-    """Runs a peer to its end; the list of what it told. `when_ready` is called with its process
-    ID when it says so; to the list `log` is added what the library logs."""
+    """Runs a peer to its end and returns the list of what it reported. Calls `when_ready` with its
+    process ID when it reports that it is ready. Adds what the library logs to the list `log`."""
     started = time.monotonic_ns()
     process = subprocess.Popen(
         [*wrapper, program, *[str(argument) for argument in arguments]],
         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=bus.environment)
-    told = []
+    reported = []
     log = [] if log is None else log
     for line in process.stdout:
         if not line.startswith("{"):
@@ -93,7 +93,7 @@ def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
         values = json.loads(line)
         if "answered_at" in values:
             values["start_wall"] = values.pop("answered_at") - started
-        told.append(values)
+        reported.append(values)
         if "ready" in values:
             when_ready(process.pid)
     log.append(process.stderr.read())
@@ -101,4 +101,4 @@ def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
     process.stderr.close()
     if process.wait() != 0:
         raise PeerFailed("".join(log).strip())
-    return told
+    return reported

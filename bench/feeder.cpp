@@ -2,13 +2,15 @@
 
 // The daemon of the benchmarks. It answers with replies that were marshalled beforehand and floods
 // the bus with signals that were marshalled beforehand, so that the time it needs itself is as
-// small and as steady as can be. GIO opens the connection and marshals; the message stream is
-// written by hand, since GDBus would marshal every message anew.
+// small and as steady as possible. GIO opens the connection and marshals; the message stream is
+// written by hand, since GDBus marshals a message each time it is sent.
 //
 // Commands on standard input, one in a line; each is answered by "ok" on standard output:
-//   packages COUNT ENTRIES   what GetAllProperties answers from now on
-//   flood COUNT              so many PackageUpgraded signals, for one package after the other;
-//                            to be marshalled first, by "flood 0", where the time counts
+//   packages COUNT ENTRIES [COMPLETED]
+//                 what GetAllProperties answers from now on: so many packages with so many
+//                 dictionary entries each, and so many completed operations (none if not given)
+//   flood COUNT   sends so many PackageUpgraded signals, one package after the other; "flood 0"
+//                 only marshals them, to be sent before a task is timed
 //   quit
 
 #include <gio/gio.h>
@@ -52,15 +54,13 @@ void Check(GError* error)
     }
 }
 
-// --- what the daemon has ---------------------------------------------------------------------------
-
 std::string PackageID(std::size_t number)
 {
     return "org.example.package-" + std::to_string(number);
 }
 
-/// The types go round, so that records of four entries hold basic values alone and records of
-/// sixteen hold arrays too.
+/// The types alternate: records of four entries hold basic values only, records of sixteen hold
+/// arrays too.
 GVariant* EntryValue(std::size_t entry)
 {
     switch (entry % 8) {
@@ -96,19 +96,24 @@ GVariant* PackageRecord(std::size_t number, std::size_t entries)
                          "0f1e2d3c4b5a69788796a5b4c3d2e1f0", &dictionary);
 }
 
-GVariant* OperationRecords(int count)
+constexpr gint32 running = 10;
+constexpr gint32 succeeded = 100;
+
+/// Each has a UUID of its own: `firstNumber` is its last six digits, counted up from there.
+GVariant* OperationRecords(std::size_t count, std::size_t firstNumber, gint32 status)
 {
     GVariantBuilder records;
     g_variant_builder_init(&records, G_VARIANT_TYPE("a(ssiii)"));
-    for (int number = 0; number < count; ++number) {
-        const std::string uuid = "7d444840-9dc0-11d1-b245-5ffdce74fad" + std::to_string(number);
-        g_variant_builder_add(&records, "(ssiii)", uuid.c_str(),
-                              PackageID(static_cast<std::size_t>(number)).c_str(), 0, 10, 0);
+    for (std::size_t number = 0; number < count; ++number) {
+        const std::string uuid =
+            "7d444840-9dc0-11d1-b245-5ffdce" + std::to_string(firstNumber + number);
+        g_variant_builder_add(&records, "(ssiii)", uuid.c_str(), PackageID(number).c_str(), 0,
+                              status, 0);
     }
     return g_variant_builder_end(&records);
 }
 
-GVariant* AllProperties(std::size_t packages, std::size_t entries)
+GVariant* AllProperties(std::size_t packages, std::size_t entries, std::size_t completed)
 {
     GVariantBuilder records;
     g_variant_builder_init(&records, G_VARIANT_TYPE("a(ssssa{sv})"));
@@ -120,14 +125,11 @@ GVariant* AllProperties(std::size_t packages, std::size_t entries)
     g_variant_builder_add(&properties, "{sv}", "Architecture", g_variant_new_string("x86_64"));
     g_variant_builder_add(&properties, "{sv}", "VeyraVersion", g_variant_new_string("5.1.0.24"));
     g_variant_builder_add(&properties, "{sv}", "Packages", g_variant_builder_end(&records));
-    g_variant_builder_add(&properties, "{sv}", "Operations", OperationRecords(3));
-    // None: the library stores them when a connection goes and reads them when the next one comes,
-    // so that a load would measure the disk.
-    g_variant_builder_add(&properties, "{sv}", "CompletedOperations", OperationRecords(0));
+    g_variant_builder_add(&properties, "{sv}", "Operations", OperationRecords(3, 100'000, running));
+    g_variant_builder_add(&properties, "{sv}", "CompletedOperations",
+                          OperationRecords(completed, 200'000, succeeded));
     return g_variant_new("(a{sv})", &properties);
 }
-
-// --- messages as bytes -----------------------------------------------------------------------------
 
 // Where the fixed part of a message holds its serial number and the length of its body.
 constexpr std::size_t bodyLengthOffset = 4;
@@ -147,7 +149,7 @@ std::uint32_t GetNumber(const Bytes& bytes, std::size_t offset)
 
 Bytes Marshal(GDBusMessage* message)
 {
-    // A serial that is not zero has to be there; the real one is put in when the message goes out.
+    // GDBus refuses serial 0; Bus::Send() sets the real one.
     g_dbus_message_set_serial(message, 1);
     g_dbus_message_set_byte_order(message, G_DBUS_MESSAGE_BYTE_ORDER_LITTLE_ENDIAN);
     gsize size = 0;
@@ -188,8 +190,6 @@ Bytes MarshalPropertiesHeader(GDBusMessage* call, std::size_t bodySize)
     PutNumber(header, bodyLengthOffset, static_cast<std::uint32_t>(bodySize));
     return header;
 }
-
-// --- the connection --------------------------------------------------------------------------------
 
 class Bus
 {
@@ -256,7 +256,7 @@ public:
         return message;
     }
 
-    /// Comes back when the bus daemon has dealt with everything that was sent before.
+    /// Returns when the bus daemon has processed everything that was sent before.
     void Synchronize() { CallBus("GetId", nullptr); }
 
 private:
@@ -286,7 +286,7 @@ private:
             answer += character;
         }
         if (answer.rfind("OK ", 0) != 0) {
-            Fail("the bus does not let us in: " + answer);
+            Fail("the bus refuses the authentication: " + answer);
         }
         Write("BEGIN\r\n", 7);
     }
@@ -318,15 +318,13 @@ private:
     std::uint32_t m_serial = 0;
 };
 
-// --- the daemon ------------------------------------------------------------------------------------
-
 class Feeder
 {
 public:
     explicit Feeder(const char* address) : m_address(address)
     {
         Connect();
-        SetPackages(0, 0);
+        SetPackages(0, 0, 0);
     }
 
     void Run()
@@ -347,7 +345,7 @@ public:
 private:
     void Connect() { m_bus = std::make_unique<Bus>(m_address); }
 
-    /// The bus closes the connection of somebody who sends what the protocol does not allow, such
+    /// The bus closes the connection of a client that sends what the protocol does not allow, such
     /// as an array of more than 64 MiB.
     void ServeOrReconnect()
     {
@@ -376,11 +374,11 @@ private:
         }
     }
 
-    void SetPackages(std::size_t count, std::size_t entries)
+    void SetPackages(std::size_t count, std::size_t entries, std::size_t completed)
     {
-        // Given back before the next one is made: they are large.
+        // Freed before the next one is made: they are large.
         m_properties = Bytes();
-        m_properties = MarshalBody(AllProperties(count, entries));
+        m_properties = MarshalBody(AllProperties(count, entries, completed));
         m_signals.clear();
         m_packages = count;
         m_entries = entries;
@@ -408,9 +406,10 @@ private:
         std::string verb;
         std::size_t count = 0;
         std::size_t entries = 0;
-        words >> verb >> count >> entries;
+        std::size_t completed = 0;
+        words >> verb >> count >> entries >> completed;
         if (verb == "packages") {
-            SetPackages(count, entries);
+            SetPackages(count, entries, completed);
         } else if (verb == "flood") {
             if (m_signals.empty()) {
                 MarshalSignals();

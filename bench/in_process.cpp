@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// What costs nothing on the bus: decoding, lookups, lists, upkeep and the cache. Each is measured
-// at several sizes, and beside a plain way of doing the same.
+// Measures what needs no bus: decoding, lookups, lists, upkeep and the cache, each at several sizes
+// and compared with a plain way of doing the same.
 #include "client/completed_operations_cache.h"
 #include "client/keyed_list.h"
 #include "dbus/decoder.h"
@@ -36,8 +36,6 @@
 namespace {
 
 using namespace Emporium;
-
-// --- the records -----------------------------------------------------------------------------------
 
 std::string PackageID(std::size_t number)
 {
@@ -77,8 +75,7 @@ std::size_t SizeOf(const benchmark::State& state)
     return static_cast<std::size_t>(state.range(0));
 }
 
-/// The identifiers that are asked for, in an order that no cache can foresee: a hundred of them,
-/// or as many as there are packages.
+/// The IDs to look up, shuffled so that no cache can predict them: at most `different` of them.
 std::vector<std::string> Questions(std::size_t packages, std::size_t different)
 {
     std::vector<std::size_t> numbers(packages);
@@ -96,7 +93,7 @@ std::vector<std::string> Questions(std::size_t packages, std::size_t different)
 constexpr std::size_t aHundred = 100;
 constexpr std::size_t allOfThem = SIZE_MAX;
 
-/// Measures one step, with one of the items after the other.
+/// Times `step`, called with each of the items in turn.
 template <typename Item, typename Step>
 void InTurn(benchmark::State& state, const std::vector<Item>& items, Step step)
 {
@@ -106,8 +103,6 @@ void InTurn(benchmark::State& state, const std::vector<Item>& items, Step step)
         next = next + 1 < items.size() ? next + 1 : 0;
     }
 }
-
-// --- a connection without a bus --------------------------------------------------------------------
 
 class ReplayProxy final : public IDBusProxy
 {
@@ -132,8 +127,6 @@ DaemonConnection ConnectionWith(std::size_t packages)
     TheProxy()->properties.Packages = MakePackages(packages);
     return DaemonConnection();
 }
-
-// --- lookups ---------------------------------------------------------------------------------------
 
 void GetPackage(benchmark::State& state, std::size_t different)
 {
@@ -173,7 +166,7 @@ void FindByScan(benchmark::State& state)
     });
 }
 
-/// What the memory of the machine costs at this size, whatever holds the packages.
+/// Shows what the machine's memory costs at this size, whatever container holds the packages.
 void FindAllInMap(benchmark::State& state)
 {
     std::unordered_map<std::string, Package> map;
@@ -184,8 +177,6 @@ void FindAllInMap(benchmark::State& state)
         benchmark::DoNotOptimize(SuccessResult<Package>(map.find(question)->second));
     });
 }
-
-// --- upkeep ----------------------------------------------------------------------------------------
 
 void PackageUpgraded(benchmark::State& state)
 {
@@ -213,8 +204,6 @@ void OperationChanged(benchmark::State& state)
     TheProxy()->properties.Operations.clear();
 }
 
-// --- lists -----------------------------------------------------------------------------------------
-
 void GetPackageList(benchmark::State& state)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
@@ -232,7 +221,7 @@ void CopyVector(benchmark::State& state)
     }
 }
 
-/// Lets one package in ten through.
+/// True for one package in ten.
 bool EndsWithSeven(const Package& package)
 {
     return package.GetID().back() == '7';
@@ -257,8 +246,6 @@ void CopyVectorFiltered(benchmark::State& state)
         benchmark::DoNotOptimize(copy);
     }
 }
-
-// --- decoding --------------------------------------------------------------------------------------
 
 using Dictionary = std::map<std::string, sdbus::Variant>;
 using PackageRecord = sdbus::Struct<std::string, std::string, std::string, std::string, Dictionary>;
@@ -316,8 +303,6 @@ void DecodeVariants(benchmark::State& state)
     }
 }
 
-// --- the cache -------------------------------------------------------------------------------------
-
 namespace fs = std::filesystem;
 
 fs::path CacheHome()
@@ -355,8 +340,7 @@ std::string FileContent()
     return content;
 }
 
-/// As many files of the same names and the same length, by the plain system calls and nothing
-/// else: made and written, opened and read, removed.
+/// Writes, reads and removes as many files of the same names and length with plain system calls.
 void WriteAndReadPlainFiles(benchmark::State& state)
 {
     const std::string content = FileContent();

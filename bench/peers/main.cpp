@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// The tasks of a peer. Results go to standard output, one object in JSON for each line.
+// The tasks of a peer. Writes its results to standard output, one JSON object on each line.
 //
-//   load REPEATS          opens, then loads REPEATS times more
-//   signals COUNT         opens, writes {"ready":1}, waits until COUNT signals have come
-//   calls COUNT           opens, then calls Start so often
-//   start-up ID           opens with subscriptions and asks for a package; everything is new
+//   load REPEATS   opens, then loads REPEATS times more
+//   signals COUNT  opens, writes {"ready":1}, waits for COUNT signals
+//   calls COUNT    opens, then calls Start COUNT times
+//   start-up ID    opens with subscriptions and looks a package up by its ID
+//   exit PACKAGES  opens, expects so many packages, and exits as a program does
 #include "peers/peer.h"
 
 #include <cstdint>
@@ -28,7 +29,7 @@ std::int64_t Now(clockid_t clock)
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
 
-/// Nanoseconds since it was made.
+/// Nanoseconds since its construction.
 struct Stopwatch
 {
     std::int64_t wall = Now(CLOCK_MONOTONIC);
@@ -113,10 +114,21 @@ void StartUp(Bench::Peer& peer, const std::string& id)
               << version << "\"}\n";
 }
 
+void Exit(Bench::Peer& peer, std::size_t packages)
+{
+    peer.Open();
+    if (peer.PackageCount() != packages) {
+        throw std::runtime_error(std::to_string(peer.PackageCount()) +
+                                 " packages were loaded, not " + std::to_string(packages));
+    }
+}
+
 void Work(std::string_view task, const std::string& argument)
 {
     const auto peer = Bench::MakePeer();
-    if (task == "load") {
+    if (task == "exit") {
+        Exit(*peer, std::strtoul(argument.c_str(), nullptr, 10));
+    } else if (task == "load") {
         Load(*peer, std::atoi(argument.c_str()));
     } else if (task == "signals") {
         Signals(*peer, std::atoi(argument.c_str()));
@@ -135,12 +147,15 @@ int main(int argc, char** argv)
 {
     try {
         if (argc != 3) {
-            throw std::invalid_argument("usage: PEER load|signals|calls|start-up ARGUMENT");
+            throw std::invalid_argument("usage: PEER load|signals|calls|start-up|exit ARGUMENT");
         }
-        Work(argv[1], argv[2]);
+        const std::string_view task = argv[1];
+        Work(task, argv[2]);
         std::cout << std::flush;
-        // What a peer takes down at its end is not measured.
-        _exit(0);
+        if (task != "exit") {
+            _exit(0); // the time that destructors need is measured by "exit" alone
+        }
+        return 0;
     } catch (const std::exception& error) {
         std::cerr << argv[0] << ": " << error.what() << '\n';
         return 1;

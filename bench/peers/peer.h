@@ -78,7 +78,7 @@ public:
     /// Loads the snapshot once more, from a call of its own, when the last one is forgotten.
     virtual void Load() = 0;
 
-    /// Drops what the last Load() has brought, which is no part of a load.
+    /// Frees the result of the last Load(); not timed.
     virtual void Forget() = 0;
 
     virtual std::size_t PackageCount() = 0;
