@@ -6,6 +6,7 @@ import os
 import subprocess
 import tempfile
 import time
+import urllib.parse
 
 
 class PeerFailed(Exception):
@@ -24,7 +25,7 @@ class Bus:
         home = self.directory.name
         self.daemon = subprocess.Popen(
             ["dbus-daemon", "--session", "--nofork", "--print-address",
-             "--address=unix:path=" + os.path.join(home, "bus")],
+             "--address=unix:path=" + urllib.parse.quote(os.path.join(home, "bus"))],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         address = self.daemon.stdout.readline().strip()
         self.environment = {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/files/text_file.h"
 
+#include "common/fs/file_descriptor.h"
 #include "simulator/files/input_error.h"
 
 #include <fcntl.h>
@@ -16,26 +17,6 @@ namespace Simulator {
 
 namespace {
 
-class Descriptor
-{
-public:
-    explicit Descriptor(const std::string& path)
-        : m_number(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
-    {
-        if (m_number < 0) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(m_number); }
-
-    int Get() const { return m_number; }
-
-private:
-    int m_number;
-};
-
 void RequireText(const std::string& path, const std::string& content)
 {
     const char* end = nullptr;
@@ -50,9 +31,10 @@ void RequireText(const std::string& path, const std::string& content)
 
 std::string ReadTextFile(const std::string& path, std::size_t limit)
 {
-    const Descriptor file(path);
+    const Common::FileDescriptor file(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status = {};
-    if (fstat(file.Get(), &status) != 0) {
+    if (!file || fstat(file.Get(), &status) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     if (!S_ISREG(status.st_mode)) {
