@@ -43,13 +43,16 @@ constexpr const char* errorsName = "bus.errors";
 constexpr std::string_view socketName = "bus";
 constexpr std::string_view directoryPattern = "emporium-bus-XXXXXX";
 
+// The bus daemon's limit, a little less than a socket address holds.
+constexpr std::size_t longestSocketPath = 99;
+
 bool HasRoomForASocket(const std::filesystem::path& parent)
 {
     const std::filesystem::path socket = parent / directoryPattern / socketName;
-    return socket.native().size() < sizeof(sockaddr_un::sun_path);
+    return socket.native().size() <= longestSocketPath;
 }
 
-// A socket address holds 107 bytes, fewer than the path of a temporary directory may have.
+// The path of a temporary directory may be longer than that of a socket.
 std::filesystem::path NewDirectory()
 {
     std::filesystem::path parent = std::filesystem::temp_directory_path();

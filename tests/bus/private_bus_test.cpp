@@ -97,6 +97,22 @@ TEST(PrivateBusInATemporaryDirectoryTooLongForASocket, StartsElsewhereAndLeavesN
     EXPECT_TRUE(std::filesystem::is_empty(temporary));
 }
 
+// The bus daemon's limit, that of a socket address, and the lengths around them.
+TEST(PrivateBusInATemporaryDirectoryOfAnyLength, Starts)
+{
+    const std::string suffix = "/emporium-bus-XXXXXX/bus";
+    for (const std::size_t length : {98U, 99U, 100U, 106U, 107U, 108U, 109U}) {
+        const TemporaryDirectory directory;
+        const std::size_t used = directory.Path().native().size() + 1 + suffix.size();
+        ASSERT_LT(used, length) << "the temporary directory of this run is too long for this test";
+        const auto temporary = directory.Path() / std::string(length - used, 'l');
+        std::filesystem::create_directory(temporary);
+        const EnvironmentVariable variable("TMPDIR", temporary);
+        const PrivateBus bus;
+        EXPECT_TRUE(CanConnect(bus.Address())) << length << ": " << bus.Address();
+    }
+}
+
 TEST(PrivateBusThatCannotStart, ThrowsWhatTheDaemonSays)
 {
     const TemporaryDirectory directory;
