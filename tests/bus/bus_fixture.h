@@ -25,7 +25,7 @@ namespace TestSupport {
 
 using Strings = std::vector<std::string>;
 
-/// The simulator in a process of its own, controlled over the bus.
+/// Runs the simulator in a child process and controls it over the bus.
 class SimulatorProcess
 {
 public:
@@ -66,7 +66,7 @@ public:
         Tell("EmitSignal", "(ssu)", signal, body, count);
     }
 
-    /// Has GetAllProperties answer with this value, in GVariant text, instead of the real one.
+    /// Replaces a value in the reply of GetAllProperties. `text` is in GVariant text format.
     void SetProperty(const char* name, const char* text)
     {
         GVariant* const value = g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
@@ -74,7 +74,7 @@ public:
         g_variant_unref(value);
     }
 
-    /// How often the method was called, and the argument of the last call.
+    /// Returns how often the method was called, and the argument of the last call.
     std::pair<unsigned, std::string> Calls(const char* method)
     {
         const Owned<GVariant> reply = Tell("Calls", "(s)", method);
@@ -116,7 +116,7 @@ private:
     std::string m_uniqueName;
 };
 
-/// A bus, and an application's environment on it. Each test starts the simulator itself.
+/// Gives each test its own bus and an application's environment. Each test starts the simulator itself.
 class BusTest : public testing::Test
 {
 protected:
@@ -143,7 +143,7 @@ protected:
             g_main_context_iteration(nullptr, TRUE);
         }
         g_source_remove(limit);
-        ASSERT_FALSE(givenUp) << "what was waited for did not come";
+        ASSERT_FALSE(givenUp) << "timed out";
     }
 
     /// Runs the main loop until no source is ready.
@@ -153,7 +153,7 @@ protected:
         }
     }
 
-    /// A package file that the simulator accepts.
+    /// Writes a package file that the simulator accepts, and returns its path.
     std::string PackageFile(const std::string& id, const std::string& version = "1.0")
     {
         const std::string path = (directory.Path() / (id + ".pkg")).string();

@@ -133,7 +133,7 @@ TEST_F(BusContract, ThePropertiesAreTheSame)
     EXPECT_TRUE(standard == nullptr || *standard == nullptr) << "the standard ones are not used";
 }
 
-TEST_F(BusContract, TheSignaturesInCodeFitOneAnother)
+TEST_F(BusContract, TheSignaturesInCodeAreConsistent)
 {
     EXPECT_EQ(Contract::operationRecord, "(" + std::string(Contract::operationFields) + ")");
     EXPECT_EQ(Contract::packageRecord, "(" + std::string(Contract::packageFields) + ")");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The proxy by itself, on a real bus.
+// Tests the proxy by itself, on a real bus.
 
 #include "dbus/dbus_proxy.h"
 
@@ -22,14 +22,14 @@ protected:
     SimulatorProcess simulator{bus.Address()};
 };
 
-TEST_F(Proxy, TwoCallsOfTheFactoryGiveTheSameObject)
+TEST_F(Proxy, TwoCallsOfTheFactoryReturnTheSameObject)
 {
     const std::shared_ptr<IDBusProxy> first = GetDBusProxy();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(GetDBusProxy(), first);
 }
 
-TEST_F(Proxy, AFailedCreationIsToldAndTriedAnewByTheNextCall)
+TEST_F(Proxy, AFailedCreationIsLoggedAndRetriedByTheNextCall)
 {
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     const std::string log = OutputOf([] { EXPECT_EQ(GetDBusProxy(), nullptr); });
@@ -39,7 +39,7 @@ TEST_F(Proxy, AFailedCreationIsToldAndTriedAnewByTheNextCall)
     EXPECT_NE(GetDBusProxy(), nullptr);
 }
 
-TEST_F(Proxy, AFailureToUnregisterIsTwoWarningsAndTheDestructionGoesOn)
+TEST_F(Proxy, AFailureToUnregisterLogsTwoWarningsAndDestructionContinues)
 {
     const auto unregister = [](sdbus::IProxy& proxy) {
         proxy.unregister();
@@ -66,7 +66,7 @@ TEST_F(Proxy, ARemovedPackageWithAnEmptyIdentifierIsEmittedToo)
     EXPECT_EQ(removed, (Strings{""}));
 }
 
-TEST_F(Proxy, AfterItHasGoneItsSourcesAreGoneToo)
+TEST_F(Proxy, ItsSourcesAreRemovedOnDestruction)
 {
     {
         DBusProxy proxy;

@@ -10,7 +10,7 @@ class LargeCatalogue : public BusTest
 {
 };
 
-TEST_F(LargeCatalogue, IsLoadedAndFollowed)
+TEST_F(LargeCatalogue, IsLoadedAndKeptCurrent)
 {
     SimulatorProcess simulator(bus.Address(), {"--packages", "5000", "--dictionary-entries", "4"});
     const auto connection = GetDaemonConnection();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// An application in a process of its own: lists, runs its main loop for a moment, and tells, if
-// asked, what the library has changed in the process.
+// An application that prints the number of packages and dispatches the pending events. With an
+// argument, it also prints whether the library changed the state of the process.
 
 #include <emporium/emporium.h>
 

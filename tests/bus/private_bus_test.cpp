@@ -113,7 +113,7 @@ TEST(PrivateBusInATemporaryDirectoryOfAnyLength, Starts)
     }
 }
 
-TEST(PrivateBusThatCannotStart, ThrowsWhatTheDaemonSays)
+TEST(PrivateBusThatCannotStart, ThrowsTheDaemonsMessage)
 {
     const TemporaryDirectory directory;
     const auto program = directory.Path() / "dbus-daemon";

@@ -21,7 +21,7 @@ Strings Ids(const std::vector<Package>& packages)
 class WithDaemon : public BusTest
 {
 protected:
-    /// Notes every event of every type.
+    /// Records every event of every type.
     void Follow(const DaemonConnection& connection)
     {
         const std::pair<EventType, std::string> types[] = {
@@ -119,10 +119,9 @@ TEST_F(WithDaemon, StartAndRestartReachTheDaemon)
     EXPECT_EQ(simulator.Calls("Restart"), std::make_pair(1U, std::string("com.sample.weather")));
 }
 
-// --- failing calls
-// ---------------------------------------------------------------------------------
+// --- failing calls ---
 
-TEST_F(WithDaemon, AFailedInstallOrRemoveIsToldInFullAndAFailedStartOrRestartByItsMessageAlone)
+TEST_F(WithDaemon, ErrorsOfInstallAndRemoveHaveNameAndMessageThoseOfStartAndRestartOnlyTheMessage)
 {
     const auto connection = GetDaemonConnection();
     for (const char* method : {"Install", "Remove", "Start", "Restart"}) {
@@ -142,7 +141,7 @@ TEST_F(WithDaemon, AFailedInstallOrRemoveIsToldInFullAndAFailedStartOrRestartByI
     EXPECT_TRUE(connection.GetActiveOperations().empty());
 }
 
-TEST_F(WithDaemon, AnEmptyReplyToInstallOrRemoveIsAnOperationOfDefaults)
+TEST_F(WithDaemon, AnEmptyReplyToInstallOrRemoveIsADefaultOperation)
 {
     const auto connection = GetDaemonConnection();
     simulator.Tell("SetReply", "(ss)", "Install", "()");
@@ -175,10 +174,11 @@ TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
                   "Couldn't call org.velmora.Emporium.Start dbus method (", 0),
               0U);
     EXPECT_TRUE(connection.GetActiveOperations().empty());
-    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes"))) << "and nothing stops";
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")))
+        << "later calls still work";
 }
 
-TEST_F(WithDaemon, ADaemonThatDiesInACallIsAnErrorOfTheCall)
+TEST_F(WithDaemon, ADaemonThatDiesDuringACallFailsTheCall)
 {
     const auto connection = GetDaemonConnection();
     simulator.Tell("ExitDuring", "(s)", "Install");
@@ -188,15 +188,14 @@ TEST_F(WithDaemon, ADaemonThatDiesInACallIsAnErrorOfTheCall)
         result.GetError().rfind("Couldn't call org.velmora.Emporium.Install dbus method (", 0), 0U);
 }
 
-TEST_F(WithDaemon, ASlowReplyIsWaitedFor)
+TEST_F(WithDaemon, ACallWaitsForASlowReply)
 {
     const auto connection = GetDaemonConnection();
     simulator.Tell("DelayReply", "(su)", "Start", 50U);
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
 }
 
-// --- the initial load
-// ------------------------------------------------------------------------------
+// --- the initial load ---
 
 std::string LoadFailure()
 {
@@ -208,7 +207,7 @@ std::string LoadFailure()
     });
 }
 
-TEST_F(WithDaemon, EachMissingPropertyIsNamedInTheLogAndThereIsNoSnapshot)
+TEST_F(WithDaemon, EachMissingPropertyIsNamedInTheLogAndTheSnapshotIsEmpty)
 {
     for (const char* name :
          {"Architecture", "VeyraVersion", "Packages", "Operations", "CompletedOperations"}) {
@@ -221,7 +220,7 @@ TEST_F(WithDaemon, EachMissingPropertyIsNamedInTheLogAndThereIsNoSnapshot)
     }
 }
 
-TEST_F(WithDaemon, OfTwoMissingPropertiesTheFirstIsNamed)
+TEST_F(WithDaemon, TheFirstOfTwoMissingPropertiesIsNamed)
 {
     simulator.Tell("DropProperty", "(s)", "Operations");
     simulator.Tell("DropProperty", "(s)", "Packages");
@@ -230,7 +229,7 @@ TEST_F(WithDaemon, OfTwoMissingPropertiesTheFirstIsNamed)
               "Packages property from initial emporium properties)\n");
 }
 
-TEST_F(WithDaemon, APropertyOfAnotherTypeYieldsNoSnapshot)
+TEST_F(WithDaemon, APropertyOfAnotherTypeGivesAnEmptySnapshot)
 {
     for (const char* name : {"Architecture", "Packages", "CompletedOperations"}) {
         simulator.Tell("Reset", "()");
@@ -243,7 +242,7 @@ TEST_F(WithDaemon, APropertyOfAnotherTypeYieldsNoSnapshot)
     }
 }
 
-TEST_F(WithDaemon, AReplyThatIsNoDictionaryYieldsNoSnapshot)
+TEST_F(WithDaemon, AReplyThatIsNotADictionaryGivesAnEmptySnapshot)
 {
     simulator.Tell("SetReply", "(ss)", "GetAllProperties", "('text',)");
     const std::string log = LoadFailure();
@@ -252,7 +251,7 @@ TEST_F(WithDaemon, AReplyThatIsNoDictionaryYieldsNoSnapshot)
         << log;
 }
 
-TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsCarriedThroughUnchanged)
+TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsKept)
 {
     simulator.SetProperty("Operations", "[('u', 'p', 77, -5, 12)]");
     const DaemonConnection connection;
@@ -263,8 +262,7 @@ TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsCarriedThroughUnchanged)
     EXPECT_EQ(static_cast<int>(operation->GetErrorCode()), 12);
 }
 
-// --- signals
-// ---------------------------------------------------------------------------------------
+// --- signals ---
 
 TEST_F(WithDaemon, ASignalWithADictionaryGivesThePackageWithItsFieldsInOrder)
 {
@@ -281,7 +279,7 @@ TEST_F(WithDaemon, ASignalWithADictionaryGivesThePackageWithItsFieldsInOrder)
     EXPECT_EQ(package->GetDeveloperCertificateID(), "certificate");
 }
 
-TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndStopNothing)
+TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndLaterOnesAreDelivered)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -304,7 +302,7 @@ TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndStopNothing)
     EXPECT_TRUE(connection.GetActiveOperations().empty());
 }
 
-TEST_F(WithDaemon, AStatusSignalWithoutAnythingIsAnOperationOfDefaults)
+TEST_F(WithDaemon, AnEmptyStatusSignalIsADefaultOperation)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -324,8 +322,7 @@ TEST_F(WithDaemon, SignalsAreDeliveredInTheOrderOfArrivalInOneIteration)
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "upgraded com.sample.weather", "u 5"}));
 }
 
-// --- no stranded event
-// -----------------------------------------------------------------------------
+// --- signals that arrive during a call ---
 
 /// Signals that the bus library reads while a call waits for its reply.
 class Stranded : public WithDaemon
@@ -339,7 +336,7 @@ protected:
                        "(('u', 'p', 0, 2, 0),)");
     }
 
-    /// Both signals, in order, without anything else coming from the bus.
+    /// Expects both signals, in order, although nothing else arrives from the bus.
     void ExpectBothDelivered()
     {
         EXPECT_TRUE(events.empty()) << "nothing is delivered from inside a call";
@@ -347,7 +344,7 @@ protected:
         EXPECT_EQ(events, (Strings{"u 1", "u 2"}));
     }
 
-    /// Everything that is still on its way at the start has come.
+    /// Dispatches and discards what is still pending from the start.
     void Settle()
     {
         RunWhatIsReady();
@@ -417,7 +414,7 @@ TEST_F(Stranded, SignalsDuringAFailedInitialLoadAreDelivered)
     ExpectBothDelivered();
 }
 
-TEST_F(Stranded, ACallFromACallbackStrandsNothingEither)
+TEST_F(Stranded, ACallFromACallbackStrandsNoSignal)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -434,8 +431,7 @@ TEST_F(Stranded, ACallFromACallbackStrandsNothingEither)
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "u 1", "u 2"}));
 }
 
-// --- the main loop
-// ---------------------------------------------------------------------------------
+// --- the main loop ---
 
 int polls = 0;
 
@@ -445,7 +441,7 @@ gint CountingPoll(GPollFD* descriptors, guint count, gint timeout)
     return g_poll(descriptors, count, timeout);
 }
 
-/// How often the loop woke in a while in which nothing happens.
+/// Returns how often the loop wakes while nothing happens.
 int PollsWhileIdle()
 {
     bool over = false;
@@ -492,7 +488,7 @@ protected:
     }
 };
 
-TEST_F(NestedLoop, WhatArrivesInItIsDeliveredWhenTheOuterDispatchGoesOn)
+TEST_F(NestedLoop, SignalsThatArriveInItAreDeliveredAfterTheCallback)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -511,7 +507,7 @@ TEST_F(NestedLoop, WhatArrivesInItIsDeliveredWhenTheOuterDispatchGoesOn)
     RunUntil([&] { return events.back() == "u 6"; });
 }
 
-TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherEntersNorSpins)
+TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherReentersNorSpins)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -532,9 +528,9 @@ TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherEntersNorSpins)
     EXPECT_LE(PollsWhileIdle(), 5);
 }
 
-/// Entered by the source of the library's own queue, so that it is the bus's source that has to be
-/// kept out.
-TEST_F(NestedLoop, FromTheQueuesSourceNeitherEntersNorSpins)
+/// The callback runs from the source of the library's own queue, so the bus's source is the one that
+/// must not be dispatched.
+TEST_F(NestedLoop, FromTheQueueSourceNeitherReentersNorSpins)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -552,8 +548,8 @@ TEST_F(NestedLoop, FromTheQueuesSourceNeitherEntersNorSpins)
     RunUntil([&] { return events.back() == "u 6"; });
 }
 
-/// Both sources are found ready before the dispatch begins.
-TEST_F(NestedLoop, WithBothSourcesReadyNeitherEntersNorSpins)
+/// Both sources are ready before the dispatch begins.
+TEST_F(NestedLoop, WithBothSourcesReadyNeitherReentersNorSpins)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -568,7 +564,7 @@ TEST_F(NestedLoop, WithBothSourcesReadyNeitherEntersNorSpins)
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
 }
 
-TEST_F(WithDaemon, ACallbackThatThrowsLosesNoLaterEvent)
+TEST_F(WithDaemon, LaterEventsAreDeliveredAfterACallbackThrows)
 {
     const auto connection = GetDaemonConnection();
     const auto throwing = connection.SubscribeToEvent(
@@ -584,13 +580,12 @@ TEST_F(WithDaemon, ACallbackThatThrowsLosesNoLaterEvent)
     simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"u 5"})) << "the failed deliveries ended before this subscriber";
-    EXPECT_EQ(connection.GetPackageList().size(), 4U) << "the snapshot has changed all the same";
+    EXPECT_EQ(connection.GetPackageList().size(), 4U) << "the snapshot has changed nevertheless";
 }
 
-// --- the state of the world
-// ------------------------------------------------------------------------
+// --- the state of the world ---
 
-TEST_F(WithDaemon, ADaemonThatIsRestartedIsFollowed)
+TEST_F(WithDaemon, SignalsOfARestartedDaemonArrive)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -604,7 +599,7 @@ TEST_F(WithDaemon, ADaemonThatIsRestartedIsFollowed)
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
 }
 
-TEST_F(WithDaemon, ADaemonThatVanishesAndReturnsIsFollowed)
+TEST_F(WithDaemon, SignalsArriveAfterTheDaemonReturns)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -639,7 +634,7 @@ TEST_F(WithoutDaemon, TheConnectionIsValidAndTheSnapshotEmpty)
               0U);
 }
 
-TEST_F(WithoutDaemon, OneThatAppearsLaterIsFollowed)
+TEST_F(WithoutDaemon, SignalsOfADaemonThatAppearsLaterArrive)
 {
     const auto connection = GetDaemonConnection();
     Strings events;
@@ -654,7 +649,7 @@ TEST_F(WithoutDaemon, OneThatAppearsLaterIsFollowed)
     EXPECT_EQ(fresh.GetPackageList().size(), 6U) << "a new connection reads the daemon's state";
 }
 
-TEST_F(WithoutDaemon, WithoutABusTheConnectionIsInvalidAndTwoLinesTellWhy)
+TEST_F(WithoutDaemon, WithoutABusTheConnectionIsInvalidAndTwoLinesAreLogged)
 {
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     std::optional<DaemonConnection> connection;
@@ -674,7 +669,7 @@ TEST_F(WithoutDaemon, WithoutABusTheConnectionIsInvalidAndTwoLinesTellWhy)
     EXPECT_TRUE(static_cast<bool>(DaemonConnection()));
 }
 
-TEST_F(WithDaemon, ABusThatIsLostIsToldOnceAndNothingSpins)
+TEST_F(WithDaemon, ALostBusIsLoggedOnceAndNothingSpins)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
@@ -682,7 +677,7 @@ TEST_F(WithDaemon, ABusThatIsLostIsToldOnceAndNothingSpins)
     bus.Stop();
     std::string log;
     testing::internal::CaptureStdout();
-    // The loss makes the source ready; nothing else is.
+    // Blocks until the loss makes the bus's source ready: no other source is.
     g_main_context_iteration(nullptr, TRUE);
     RunWhatIsReady();
     const int idlePolls = PollsWhileIdle();
@@ -693,11 +688,10 @@ TEST_F(WithDaemon, ABusThatIsLostIsToldOnceAndNothingSpins)
     EXPECT_LE(idlePolls, 5);
     EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
-    EXPECT_EQ(connection.GetPackageList().size(), 6U) << "queries go on";
+    EXPECT_EQ(connection.GetPackageList().size(), 6U) << "queries still work";
 }
 
-// --- the connection's name
-// -------------------------------------------------------------------------
+// --- the connection's name ---
 
 TEST_F(WithDaemon, TheConnectionsNameIsTheApplicationsIDAndASuffix)
 {
@@ -706,7 +700,7 @@ TEST_F(WithDaemon, TheConnectionsNameIsTheApplicationsIDAndASuffix)
     EXPECT_TRUE(simulator.NameHasOwner("a.b.KVD.Connection"));
 }
 
-TEST_F(WithDaemon, WithoutAnApplicationIDOneWarningIsWritten)
+TEST_F(WithDaemon, WithoutAnApplicationIDOneWarningIsLogged)
 {
     unsetenv("VEYRA_APP_ID");
     std::optional<DaemonConnection> connection;
@@ -716,7 +710,7 @@ TEST_F(WithDaemon, WithoutAnApplicationIDOneWarningIsWritten)
     EXPECT_EQ(connection->GetPackageList().size(), 6U);
 }
 
-TEST_F(WithDaemon, ANameThatIsInvalidIsAWarning)
+TEST_F(WithDaemon, AnInvalidNameLogsAWarning)
 {
     for (const char* id : {"", "not valid"}) {
         setenv("VEYRA_APP_ID", id, 1);
@@ -731,7 +725,7 @@ TEST_F(WithDaemon, ANameThatIsInvalidIsAWarning)
     }
 }
 
-TEST_F(WithDaemon, ANameThatIsTakenIsAWarning)
+TEST_F(WithDaemon, ATakenNameLogsAWarning)
 {
     setenv("VEYRA_APP_ID", "taken", 1);
     g_bus_own_name_on_connection(simulator.Connection(), "taken.KVD.Connection",
@@ -745,10 +739,9 @@ TEST_F(WithDaemon, ANameThatIsTakenIsAWarning)
     EXPECT_EQ(connection->GetPackageList().size(), 6U);
 }
 
-// --- the cache across runs
-// -------------------------------------------------------------------------
+// --- the cache across runs ---
 
-TEST_F(WithDaemon, ACompletedOperationIsSeenInTheNextRunsFromTheDaemonAndThenFromTheCache)
+TEST_F(WithDaemon, ACompletedOperationIsLoadedFromTheCacheInTheNextRun)
 {
     simulator.SetProperty("CompletedOperations", "[('u', 'p', 0, 100, 0)]");
     {
@@ -761,12 +754,11 @@ TEST_F(WithDaemon, ACompletedOperationIsSeenInTheNextRunsFromTheDaemonAndThenFro
     EXPECT_EQ(second.GetCompletedOperations().front().GetUUID(), "u");
 }
 
-// --- threads
-// ---------------------------------------------------------------------------------------
+// --- threads ---
 
-TEST_F(WithDaemon, TheLibraryStartsNoThreadAndChangesNothingOfTheProcess)
+TEST_F(WithDaemon, TheLibraryStartsNoThreadAndLeavesTheProcessStateUnchanged)
 {
-    Process child({EMPORIUM_LISTER, "and tell"});
+    Process child({EMPORIUM_LISTER, "--process-state"});
     EXPECT_EQ(child.ReadLine(), "6 packages");
     EXPECT_EQ(child.ReadLine(), "1 thread");
     EXPECT_EQ(child.ReadLine(), "nothing changed");

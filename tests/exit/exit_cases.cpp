@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Applications that end in one of the ways in which applications end. EXIT_CASE says which; it is
-// read before main(), since some of the cases are about globals.
+// An application that exits in the way that EXIT_CASE names. The variable is read before main(),
+// because some of the cases are about globals.
 
 #include <emporium/emporium.h>
 
@@ -59,17 +59,17 @@ struct Globals
 };
 Globals globals;
 
-/// Asks for the connection after the library's own objects are destroyed.
-struct LateAsker
+/// Requests the connection after the library's own objects are destroyed.
+struct LateCaller
 {
-    ~LateAsker()
+    ~LateCaller()
     {
-        if (Case() == "asked for at the very end" && GetDaemonConnection()) {
-            std::cout << "a valid connection at the very end\n" << std::flush;
+        if (Case() == "requested after the library's statics" && GetDaemonConnection()) {
+            std::cout << "a valid connection after the library's statics\n" << std::flush;
         }
     }
 };
-LateAsker lateAsker;
+LateCaller lateCaller;
 
 void Main(const std::string& name)
 {
@@ -80,24 +80,24 @@ void Main(const std::string& name)
     } else if (name == "subscription of an own connection in an old global") {
         oldConnection.emplace();
         oldest = Subscribe(*oldConnection, [](const Package&) {});
-    } else if (name == "a copy that never goes") {
+    } else if (name == "a copy that is never destroyed") {
         neverFreed = new DaemonConnection(GetDaemonConnection());
     } else if (name == "exit in a callback") {
         oldest = Subscribe(GetDaemonConnection(), [](const Package&) { std::exit(0); });
         while (true) {
             g_main_context_iteration(nullptr, TRUE);
         }
-    } else if (name == "a child that leaves by _exit") {
+    } else if (name == "a child that calls _exit") {
         GetDaemonConnection();
         const pid_t child = fork();
         if (child == 0) {
             _exit(0);
         }
         waitpid(child, nullptr, 0);
-        std::cout << "child gone\n" << std::flush;
+        std::cout << "child exited\n" << std::flush;
         std::string line;
         std::getline(std::cin, line);
-    } else if (name == "asked for at the very end") {
+    } else if (name == "requested after the library's statics") {
         GetDaemonConnection();
     } else if (name == "a callback held by the connection holds a handle") {
         oldest = Subscribe(GetDaemonConnection(),

@@ -15,7 +15,7 @@ class Exit : public BusTest
 protected:
     Exit() { simulator.SetProperty("CompletedOperations", "[('completed', 'p', 0, 100, 0)]"); }
 
-    /// Starts the application with its standard error in a file: any output there is a fault.
+    /// Starts the application with its standard error in a file, which must stay empty.
     void Begin(const std::string& name)
     {
         setenv("EXIT_CASE", name.c_str(), 1);
@@ -35,8 +35,8 @@ protected:
         ASSERT_EQ(read, line) << output << Errors();
     }
 
-    /// A line of input, for an application that waits for one.
-    void Continue() { std::ofstream(directory.Path() / "input") << "go on\n"; }
+    /// Sends a line of input to an application that waits for one.
+    void Continue() { std::ofstream(directory.Path() / "input") << "continue\n"; }
 
     void ExpectCleanEnd()
     {
@@ -49,11 +49,12 @@ protected:
         EXPECT_EQ(Errors(), "");
     }
 
-    /// The snapshot was read once, and the cache was written.
+    /// Expects that the snapshot was read once and the cache was written.
     void ExpectOneConnectionAndItsCache()
     {
         ExpectCleanEnd();
-        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U) << "nothing is created at the end";
+        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U)
+            << "no connection is created at exit";
         EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
     }
 
@@ -86,7 +87,7 @@ protected:
     std::string output;
 };
 
-TEST_F(Exit, WithHandlesThatAreOlderThanTheLibrarysStatics)
+TEST_F(Exit, WithHandlesConstructedBeforeTheLibrarysStatics)
 {
     Begin("old handles assigned in main");
     ExpectOneConnectionAndItsCache();
@@ -98,21 +99,21 @@ TEST_F(Exit, WithASharedConnectionAsAGlobal)
     ExpectOneConnectionAndItsCache();
 }
 
-TEST_F(Exit, WithAnOwnConnectionAndItsSubscriptionAsGlobalsMakesNoSharedOne)
+TEST_F(Exit, WithAnOwnConnectionAndItsSubscriptionAsGlobalsCreatesNoSharedOne)
 {
     Begin("own connection as a global");
     ExpectOneConnectionAndItsCache();
 }
 
-TEST_F(Exit, WithASubscriptionOfAnOwnConnectionInAnOldGlobalMakesNoSharedOne)
+TEST_F(Exit, WithASubscriptionOfAnOwnConnectionInAnOldGlobalCreatesNoSharedOne)
 {
     Begin("subscription of an own connection in an old global");
     ExpectOneConnectionAndItsCache();
 }
 
-TEST_F(Exit, WithACopyThatNeverGoesWritesTheCacheAllTheSame)
+TEST_F(Exit, WithACopyThatIsNeverDestroyedStillWritesTheCache)
 {
-    Begin("a copy that never goes");
+    Begin("a copy that is never destroyed");
     ExpectOneConnectionAndItsCache();
 }
 
@@ -125,9 +126,9 @@ TEST_F(Exit, FromInsideACallback)
     ExpectOneConnectionAndItsCache();
 }
 
-TEST_F(Exit, AskedForAtTheVeryEndTheConnectionIsInvalid)
+TEST_F(Exit, AConnectionRequestedAfterTheLibrarysStaticsIsInvalid)
 {
-    Begin("asked for at the very end");
+    Begin("requested after the library's statics");
     ExpectOneConnectionAndItsCache();
     EXPECT_EQ(output, "end of main\n");
 }
@@ -138,10 +139,10 @@ TEST_F(Exit, WithACallbackThatHoldsAHandleOfItsOwnConnection)
     ExpectOneConnectionAndItsCache();
 }
 
-TEST_F(Exit, AChildThatLeavesByUnderscoreExitWritesNothing)
+TEST_F(Exit, AChildThatCallsUnderscoreExitWritesNothing)
 {
-    Begin("a child that leaves by _exit");
-    ReadUntil("child gone");
+    Begin("a child that calls _exit");
+    ReadUntil("child exited");
     EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
     Continue();
     ExpectOneConnectionAndItsCache();

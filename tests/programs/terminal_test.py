@@ -32,7 +32,7 @@ class Terminal(unittest.TestCase):
         self.directory.cleanup()
 
     def run_on_terminal(self, *arguments, columns=100, options=(), scenario=""):
-        """The exit status, and all that the terminal got."""
+        """Returns the exit status and the terminal's output."""
         path = os.path.join(self.directory.name, "scenario")
         with open(path, "w", encoding="utf-8") as file:
             file.write(scenario)
@@ -56,21 +56,21 @@ class Terminal(unittest.TestCase):
         os.close(ours)
         return process.wait(), output.decode().replace("\r\n", "\n")
 
-    def test_a_running_operation_has_one_line_that_is_drawn_over(self):
+    def test_a_running_operation_has_one_line_that_is_redrawn(self):
         status, output = self.run_on_terminal("install", self.package)
         self.assertEqual(status, 0)
         self.assertIn("\033[1A\r\033[K0 s  install org.example.new: 40\n", output)
         self.assertTrue(output.endswith(
             "\033[1A\r\033[K\033[32m0 s  install org.example.new: succeeded\033[0m\n"), output)
 
-    def test_the_line_tells_the_elapsed_time(self):
+    def test_the_line_shows_the_elapsed_time(self):
         status, output = self.run_on_terminal("install", "--timeout", "3", self.package,
                                               options=["--step-ms", "20000"])
         self.assertEqual(status, 4)
         self.assertRegex(output, "\033\\[1A\r\033\\[K[1-3] s  waiting for ")
         self.assertIn("The operation goes on: ", output)
 
-    def test_a_failure_is_red_and_tells_name_and_message(self):
+    def test_a_failure_is_red_and_shows_name_and_message(self):
         status, output = self.run_on_terminal("install", self.package,
                                               scenario="FailOperation '', 28\n")
         self.assertEqual(status, 1)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-"""Runs the real emporium-simulator on private buses and speaks to it with gdbus."""
+"""Runs the real emporium-simulator on private buses and calls it with gdbus."""
 
 import json
 import os
@@ -79,7 +79,7 @@ class SimulatorTest(unittest.TestCase):
         return path
 
     def signals(self):
-        """Name and first line of content of each signal that watch_signals saw."""
+        """The name, the texts and the numbers of each signal that watch_signals recorded."""
         with open(self.file("monitor"), encoding="utf-8") as f:
             text = f.read()
         blocks = re.split(r"^signal ", text, flags=re.M)[1:]
@@ -156,7 +156,7 @@ class Operations(SimulatorTest):
                          [("OperationStatusChanged", [2, 10, 0]), ("PackageRemoved", []),
                           ("OperationStatusChanged", [2, 100, 0])])
 
-    def test_second_removal_of_the_same_package_fails_on_its_way(self):
+    def test_second_removal_of_the_same_package_ends_in_failure(self):
         seen = self.follow("""d Remove org.example.camera & d Remove org.example.camera
             wait $!; await "$MONITOR" 'int32 101'""", "--step-ms", "500", "--steps", "0")
         self.assertEqual([s[2] for s in seen if s[2]], [[2, 100, 0], [2, 101, 10]])
@@ -177,8 +177,7 @@ class Operations(SimulatorTest):
         self.assertRegex(output, "'org.example.clock', 0, 100, 0")
         self.assertEqual(os.listdir(state), ["state.catalogue"])
 
-
-    def test_a_state_with_odd_content_can_be_read_again(self):
+    def test_a_state_with_odd_content_can_be_reloaded(self):
         state = self.file("state")
         self.script("""k AddPackage "('odd]\\n[','x','s','d',{'k':<1>})" false
             k AddPackage "('a.b','1','  s \\\\\\\\ \\n','d',{'k=[':<1>,'good':<('x\\n',)>})" false
@@ -220,7 +219,7 @@ class PackageChecks(SimulatorTest):
                 self.assertEqual(refused, name)
                 self.assertEqual(dict(errors())[name], message)
 
-    def test_a_directory_or_a_fifo_is_no_package_and_blocks_nothing(self):
+    def test_a_directory_or_a_fifo_is_refused_without_blocking(self):
         fifo = self.file("fifo")
         os.mkfifo(fifo)
         for path in (self.path, fifo):
@@ -228,7 +227,7 @@ class PackageChecks(SimulatorTest):
 
 
 class Faults(SimulatorTest):
-    def test_the_nth_call_fails(self):
+    def test_only_the_nth_call_fails(self):
         output = self.script("k FailCall Start 2 org.example.Odd 'some text'; d Start org.example.camera;"
                              "d Start org.example.camera; d Start org.example.camera").splitlines()
         self.assertEqual(output[1:], ["()", "Error: GDBus.Error:org.example.Odd: some text", "()"])
@@ -254,7 +253,7 @@ class Faults(SimulatorTest):
         self.assertNotIn("VeyraVersion", output[2])
         self.assertIn("VeyraVersion", output[4])
 
-    def test_signals_come_just_before_a_reply_or_an_error(self):
+    def test_queued_signals_precede_a_reply_or_an_error(self):
         self.script("""watch_signals; k QueueSignal Start PackageRemoved "('a',)"
             k QueueSignal Start PackageRemoved "(uint32 7,)"; d Start no
             await "$MONITOR" 'uint32 7'; kill $watcher""")
@@ -267,7 +266,7 @@ class Faults(SimulatorTest):
             grep -c member=PackageRemoved "$MONITOR" """).splitlines()
         self.assertEqual(output[-1], "100000")
 
-    def test_a_delayed_reply_comes_after_the_end_of_its_operation(self):
+    def test_a_delayed_reply_arrives_after_its_operation_has_ended(self):
         path = self.package()
         output = self.script(f"""watch_signals; k DelayReply Install 1500
             d Install {quote(path)} >{quote(self.file("reply"))} & call=$!; await "$MONITOR" 'int32 100'
@@ -304,7 +303,7 @@ class Faults(SimulatorTest):
         with open(self.file("reset"), encoding="utf-8") as f:
             self.assertIn("camera", f.read())
 
-    def test_senseless_requests_are_refused(self):
+    def test_invalid_requests_are_refused(self):
         for call in ("FailCall Nothing 1 a.b c", "FailCall Install 0 a.b c", "FailCall Install 1 NoSuch ''",
                      "SetReply Install '5'", "SetReply Install '(just nothing,)'", "SetReply Install '(1'",
                      "EmitSignal 1bad '()' 1", "EmitSignalFrom bad a.b C '()' 1", "FailOperation x 0"):
@@ -430,7 +429,7 @@ class Program(SimulatorTest):
                 socket = re.match("unix:path=(.*),guid=", output.splitlines()[1]).group(1)
                 self.assertFalse(os.path.exists(os.path.dirname(unquote_to_bytes(socket))))
 
-    def test_a_bus_that_does_not_start_says_why(self):
+    def test_a_bus_that_does_not_start_prints_the_reason(self):
         daemon = self.file("dbus-daemon", "#!/bin/sh\necho 'no bus today' >&2\nexit 1\n")
         os.chmod(daemon, 0o700)
         self.environment["PATH"] = self.path + ":" + self.environment["PATH"]
@@ -444,7 +443,7 @@ class Program(SimulatorTest):
         self.assertIn("another program owns the bus name", output)
         self.assertTrue(output.endswith("1\n"))
 
-    def test_a_signal_ends_it_and_its_bus(self):
+    def test_a_signal_terminates_it_and_its_bus(self):
         for number in (signal.SIGTERM, signal.SIGINT):
             with subprocess.Popen([SIMULATOR, "--private-bus", "--", "sh", "-c", "echo go; exec sleep 600"],
                                   env=self.environment, stdout=subprocess.PIPE, text=True) as process:
@@ -452,7 +451,7 @@ class Program(SimulatorTest):
                 process.send_signal(number)
                 self.assertEqual(process.wait(30), 128 + number)
 
-    def test_ready_is_said_once_the_name_is_owned(self):
+    def test_ready_is_printed_once_the_name_is_owned(self):
         # The outer bus remains without its own simulator.
         output = self.script(f"""k ExitDuring Start >/dev/null; d Start x >/dev/null
             mkfifo {quote(self.file("out"))}; {quote(SIMULATOR)} >{quote(self.file("out"))} & inner=$!

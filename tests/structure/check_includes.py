@@ -3,8 +3,8 @@
 
 usage: check_includes.py DIRECTORY [--sample]
 
-Names each include that points elsewhere and exits 1 if there is one. With --sample the directory
-marks those lines itself, and the check has to find exactly these.
+Prints each include that is not allowed, and exits 1 if there is one. With --sample, the directory
+marks those lines itself, and the check must find exactly these.
 """
 import pathlib
 import re
@@ -16,7 +16,7 @@ COMMON = ['"common/'] + PUBLIC_COMMON
 SEAM = ['"dbus/idbus_proxy.h', '"dbus/properties.h']
 GLIB = ["<glib", "<gio/"]
 
-# What the files of a place may include. The first place that fits a file counts.
+# What the files of a folder may include. The first entry that matches a file counts.
 ARROWS = {
     "include/common/": PUBLIC_COMMON,
     "include/emporium/": PUBLIC,
@@ -32,7 +32,7 @@ ARROWS = {
                    '"dbus/contract.h', "<CLI/", "<nlohmann/"] + PUBLIC_COMMON + GLIB,
     "emporiumctl/": ['"emporiumctl/', "<CLI/", "<nlohmann/"] + PUBLIC + GLIB,
 }
-# What an arrow can point at. Other names are the system's, the C++ library's or a neighbour's.
+# The includes that are checked. All others are from the system, the C++ library or the same folder.
 TARGET = re.compile(r"""\s*\#\s*include\s*
     (?:["<](?:client|common|dbus|model|emporium|emporiumctl|simulator)/|["<]appdir\.h|
     <(?:sdbus|systemd|glib|gio|boost|CLI|nlohmann))""", re.VERBOSE)

@@ -7,7 +7,7 @@
 
 namespace TestSupport {
 
-/// What `action` writes to standard output, which is where the library's log lines go.
+/// Returns what `action` writes to standard output, where the library writes its log lines.
 template <typename Action>
 std::string OutputOf(Action action)
 {
@@ -21,7 +21,7 @@ std::string OutputOf(Action action)
     return testing::internal::GetCapturedStdout();
 }
 
-/// The message of the exception that `action` throws.
+/// Returns the message of the exception that `action` throws.
 template <typename Exception, typename Action>
 std::string MessageOf(Action action)
 {

@@ -14,7 +14,7 @@ extern "C" char** environ;
 
 namespace TestSupport {
 
-/// A child process whose standard output can be read line by line. Destroying this object ends it.
+/// A child process whose standard output can be read line by line. Terminates it on destruction.
 class Process
 {
 public:
@@ -48,7 +48,7 @@ public:
         close(m_output);
     }
 
-    /// The next line of its output; the rest of it at the end of the output.
+    /// Returns the next line of output, or what remains at the end of the output.
     std::string ReadLine()
     {
         std::string line;

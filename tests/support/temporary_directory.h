@@ -8,7 +8,7 @@
 
 namespace TestSupport {
 
-/// A new temporary directory, removed with its content at the end of the test.
+/// A new temporary directory, removed with its content on destruction.
 class TemporaryDirectory
 {
 public:
@@ -34,11 +34,11 @@ private:
     std::filesystem::path m_path;
 };
 
-/// The home of the library's cache while this object lives.
+/// Sets the home of the library's cache while this object lives.
 ///
 /// The process-wide connection writes its cache when the process exits, and would create a removed
-/// directory again. After the test, the variable therefore names a directory that is removed later
-/// still: it was created before the library was first used.
+/// directory again. After the test, the variable therefore names a static directory: it was created
+/// before the library was first used, so it is removed after the cache is written.
 class CacheHome
 {
 public:

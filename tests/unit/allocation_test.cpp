@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// How often the main paths take memory. An allocation that creeps in turns a test red.
+// Counts the allocations of the main paths, so that each added one fails a test.
 #include "client/keyed_list.h"
 #include "dbus/decoder.h"
 #include "dbus/idbus_proxy.h"
@@ -45,9 +45,9 @@ private:
     TestSupport::CacheHome m_cacheHome;
 };
 
-// A text that a string holds in itself, and one for which it takes memory.
+// A text that fits a string's internal buffer, and one that needs an allocation.
 const std::string brief = "brief";
-const std::string longText = "a text that is longer than what a string holds in itself";
+const std::string longText = "a text that is longer than the internal buffer of a string";
 
 using Dictionary = std::map<std::string, sdbus::Variant>;
 using PackageRecord = sdbus::Struct<std::string, std::string, std::string, std::string, Dictionary>;
@@ -63,7 +63,7 @@ sdbus::PlainMessage MessageOf(const Values&... values)
     return message;
 }
 
-/// The keys are long too: not even for them is memory to be taken.
+/// The keys are long too: skipping them must not allocate either.
 Dictionary ADictionary()
 {
     return {{longText + ", a", sdbus::Variant(longText)},
@@ -78,7 +78,7 @@ PackageRecord RecordWith(const Dictionary& dictionary)
     return {brief, brief, brief, brief, dictionary};
 }
 
-/// What it takes to decode a reply with these records.
+/// Counts the allocations that decode a reply with these records.
 std::size_t AllocationsOfLoading(const std::vector<PackageRecord>& packages,
                                  const std::vector<OperationRecord>& operations = {})
 {
@@ -96,13 +96,13 @@ std::size_t AllocationsOfLoading(const std::vector<PackageRecord>& packages,
     return count;
 }
 
-// Vectors grow to both in the same steps, so that the difference is that of the records alone.
+// A vector grows to either size in the same steps, so the difference comes from the records alone.
 constexpr std::size_t some = 600;
 constexpr std::size_t more = 1000;
 
-/// So many records, made by taking these in turn.
+/// Returns `count` records, cycling through these.
 template <typename Record>
-std::vector<Record> InTurn(std::size_t count, const std::vector<Record>& records)
+std::vector<Record> Cycle(std::size_t count, const std::vector<Record>& records)
 {
     std::vector<Record> result;
     for (std::size_t number = 0; number < count; ++number) {
@@ -111,11 +111,11 @@ std::vector<Record> InTurn(std::size_t count, const std::vector<Record>& records
     return result;
 }
 
-/// Of one record in the long run; these are taken in turn.
+/// Counts the allocations for one more package, cycling through these records.
 std::size_t AllocationsOfAPackage(const std::vector<PackageRecord>& records)
 {
     const std::size_t difference =
-        AllocationsOfLoading(InTurn(more, records)) - AllocationsOfLoading(InTurn(some, records));
+        AllocationsOfLoading(Cycle(more, records)) - AllocationsOfLoading(Cycle(some, records));
     EXPECT_EQ(difference % (more - some), 0U);
     return difference / (more - some);
 }
@@ -123,29 +123,29 @@ std::size_t AllocationsOfAPackage(const std::vector<PackageRecord>& records)
 std::size_t AllocationsOfAnOperation(const OperationRecord& record)
 {
     const std::vector<OperationRecord> records{record};
-    const std::size_t difference = AllocationsOfLoading({}, InTurn(more, records)) -
-                                   AllocationsOfLoading({}, InTurn(some, records));
+    const std::size_t difference = AllocationsOfLoading({}, Cycle(more, records)) -
+                                   AllocationsOfLoading({}, Cycle(some, records));
     EXPECT_EQ(difference % (more - some), 0U);
     return difference / (more - some);
 }
 
-TEST_F(Allocations, APackageLoadedIsOneBlock)
+TEST_F(Allocations, ALoadedPackageTakesOne)
 {
     EXPECT_EQ(AllocationsOfAPackage({RecordWith({})}), 1U);
 }
 
-TEST_F(Allocations, APackageLoadedAlsoTakesWhatItsLongTextsNeed)
+TEST_F(Allocations, EachLongTextOfALoadedPackageTakesOneMore)
 {
     EXPECT_EQ(AllocationsOfAPackage({{longText, brief, brief, longText, Dictionary{}}}), 3U);
     EXPECT_EQ(AllocationsOfAPackage({{longText, longText, longText, longText, Dictionary{}}}), 5U);
 }
 
-TEST_F(Allocations, TheDictionaryOfAPackageLoadedTakesNothing)
+TEST_F(Allocations, TheDictionaryOfALoadedPackageTakesNone)
 {
     EXPECT_EQ(AllocationsOfAPackage({RecordWith(ADictionary())}), 1U);
 }
 
-TEST_F(Allocations, ValuesWhoseTypesChangeFromRecordToRecordTakeNothing)
+TEST_F(Allocations, ValuesWhoseTypesChangeFromRecordToRecordTakeNone)
 {
     const PackageRecord text = RecordWith({{"key", sdbus::Variant(longText)}});
     const PackageRecord number = RecordWith({{"key", sdbus::Variant(std::int32_t{1})}});
@@ -153,7 +153,7 @@ TEST_F(Allocations, ValuesWhoseTypesChangeFromRecordToRecordTakeNothing)
     EXPECT_EQ(AllocationsOfAPackage({text, text, number, number}), 1U);
 }
 
-TEST_F(Allocations, ADictionaryTakesNothingHoweverLongItIs)
+TEST_F(Allocations, ADictionaryTakesNoneWhateverItsLength)
 {
     const auto dictionaryOf = [](int entries) {
         Dictionary dictionary;
@@ -166,13 +166,13 @@ TEST_F(Allocations, ADictionaryTakesNothingHoweverLongItIs)
               AllocationsOfLoading({RecordWith({})}));
 }
 
-TEST_F(Allocations, AnOperationLoadedIsOneBlockAndItsLongTexts)
+TEST_F(Allocations, ALoadedOperationTakesOneAndOneMoreForEachLongText)
 {
     EXPECT_EQ(AllocationsOfAnOperation({brief, brief, 0, 10, 0}), 1U);
     EXPECT_EQ(AllocationsOfAnOperation({longText, longText, 0, 10, 0}), 3U);
 }
 
-TEST_F(Allocations, ASignalDecodedIsOneBlockAndItsLongTexts)
+TEST_F(Allocations, ADecodedSignalTakesOneAndOneMoreForEachLongText)
 {
     auto upgraded = MessageOf(PackageRecord{brief, brief, brief, longText, ADictionary()});
     EXPECT_EQ(AllocationsOf([&] { Decoder::ReadPackageBody(upgraded); }), 2U);
@@ -182,7 +182,7 @@ TEST_F(Allocations, ASignalDecodedIsOneBlockAndItsLongTexts)
     EXPECT_EQ(AllocationsOf([&] { Decoder::ReadStringBody(removed); }), 0U);
 }
 
-// --- from the proxy's signals to the subscribers, and the queries -----------------------------------
+// --- from the proxy's signals to the subscribers, and the queries ---
 
 class ReplayProxy final : public IDBusProxy
 {
@@ -198,7 +198,7 @@ public:
 
 std::shared_ptr<ReplayProxy> theProxy;
 
-/// Longer than what a string holds in itself, so that a copy would be noticed.
+/// Longer than a string's internal buffer, so that a copy is counted.
 std::string IDOf(std::size_t number)
 {
     return "org.example.package-" + std::to_string(number);
@@ -216,8 +216,8 @@ Operation MakeOperation(std::size_t number,
                      Common::ErrorCode::None);
 }
 
-/// A new proxy with so many packages and operations. Connections that have gone have left nothing
-/// in its signals.
+/// Creates a proxy with this many packages and operations. A new one, because the signals of a used
+/// proxy keep memory for earlier connections.
 void MakeProxyWith(std::size_t records)
 {
     Properties properties;
@@ -255,19 +255,19 @@ private:
     std::vector<EventSubscription> m_subscriptions;
 };
 
-// The entry of the list, which holds the handle and its links.
-TEST_F(Allocations, TheSnapshotTakesOneBlockForARecordThatWasLoaded)
+// The one allocation is the entry of the list, which holds the handle and its links.
+TEST_F(Allocations, TheSnapshotTakesOneForEachLoadedRecord)
 {
     const auto allocationsOfConnecting = [](std::size_t records) {
         MakeProxyWith(records);
         return AllocationsOf([] { const DaemonConnection connection; });
     };
-    allocationsOfConnecting(some);                     // what is made once in a process
+    allocationsOfConnecting(some);                     // creates what exists once in a process
     constexpr std::size_t records = 2 * (more - some); // packages and operations
     EXPECT_EQ(allocationsOfConnecting(more), allocationsOfConnecting(some) + records);
 }
 
-TEST_F(Allocations, AnUpgradeThatIsDeliveredTakesNothing)
+TEST_F(Allocations, ADeliveredUpgradeTakesNone)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
@@ -276,7 +276,7 @@ TEST_F(Allocations, AnUpgradeThatIsDeliveredTakesNothing)
     EXPECT_EQ(subscriber.calls, 1);
 }
 
-TEST_F(Allocations, ARemovalThatIsDeliveredTakesNothing)
+TEST_F(Allocations, ADeliveredRemovalTakesNone)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
@@ -285,7 +285,7 @@ TEST_F(Allocations, ARemovalThatIsDeliveredTakesNothing)
     EXPECT_EQ(subscriber.calls, 1);
 }
 
-TEST_F(Allocations, ARemovedPackageIsGivenBackAtOnce)
+TEST_F(Allocations, TheMemoryOfARemovedPackageIsFreedAtOnce)
 {
     const DaemonConnection connection = ConnectionWith(some);
     theProxy->properties = SuccessResult<Properties>(Properties());
@@ -295,7 +295,7 @@ TEST_F(Allocations, ARemovedPackageIsGivenBackAtOnce)
     EXPECT_LT(bytesInUse, before);
 }
 
-TEST_F(Allocations, PackagesThatComeAndGoTakeNoMoreAndMoreMemory)
+TEST_F(Allocations, RepeatedRemovalAndInstallationDoesNotGrowMemory)
 {
     const DaemonConnection connection = ConnectionWith(10);
     const auto removeAndInstall = [](int times) {
@@ -311,7 +311,7 @@ TEST_F(Allocations, PackagesThatComeAndGoTakeNoMoreAndMoreMemory)
     EXPECT_LE(bytesInUse, before + 1024);
 }
 
-TEST_F(Allocations, InstallationsThatAreDeliveredTakeOneBlockEachAndWhatTheIndexGrowsBy)
+TEST_F(Allocations, DeliveredInstallationsTakeOneEachAndTheGrowthOfTheIndex)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
@@ -329,7 +329,7 @@ TEST_F(Allocations, InstallationsThatAreDeliveredTakeOneBlockEachAndWhatTheIndex
     EXPECT_EQ(subscriber.calls, static_cast<int>(more - some));
 }
 
-TEST_F(Allocations, AChangedOperationThatIsDeliveredTakesNothing)
+TEST_F(Allocations, ADeliveredOperationChangeTakesNone)
 {
     const DaemonConnection connection = ConnectionWith(some);
     Subscriber subscriber(connection);
@@ -340,7 +340,7 @@ TEST_F(Allocations, AChangedOperationThatIsDeliveredTakesNothing)
     EXPECT_EQ(subscriber.calls, 2);
 }
 
-TEST_F(Allocations, AQueryForOneRecordTakesItsResultAlone)
+TEST_F(Allocations, AQueryForOneRecordTakesOnlyItsResult)
 {
     const DaemonConnection connection = ConnectionWith(some);
     const std::string known = IDOf(7);
@@ -348,14 +348,14 @@ TEST_F(Allocations, AQueryForOneRecordTakesItsResultAlone)
     EXPECT_EQ(AllocationsOf([&] { EXPECT_TRUE(connection.GetActiveOperation(known)); }), 2U);
 }
 
-TEST_F(Allocations, AQueryForAListTakesTheListAlone)
+TEST_F(Allocations, AQueryForAListTakesOnlyTheList)
 {
     const DaemonConnection connection = ConnectionWith(some);
     EXPECT_EQ(AllocationsOf([&] { EXPECT_EQ(connection.GetPackageList().size(), some); }), 1U);
     EXPECT_EQ(AllocationsOf([&] { EXPECT_EQ(connection.GetActiveOperations().size(), some); }), 1U);
 }
 
-TEST_F(Allocations, AFilteredQueryTakesWhatTheListGrowsBy)
+TEST_F(Allocations, AFilteredQueryTakesOnlyTheGrowthOfItsList)
 {
     const DaemonConnection connection = ConnectionWith(some);
     const PackageFilter nothing = [](const Package&) { return false; };
@@ -365,11 +365,11 @@ TEST_F(Allocations, AFilteredQueryTakesWhatTheListGrowsBy)
     EXPECT_LE(AllocationsOf([&] { EXPECT_EQ(connection.GetPackageList(four).size(), 4U); }), 3U);
 }
 
-// --- the list when memory runs out ------------------------------------------------------------------
+// --- the list when memory runs out ---
 
 using List = KeyedList<Package, &Package::GetID>;
 
-/// Runs the action so that only so many of its allocations succeed. False if it was interrupted.
+/// Runs the action and fails all its allocations after this many. Returns whether it completed.
 template <typename Action>
 bool CompletedWith(std::size_t successes, Action action)
 {
@@ -402,8 +402,8 @@ void ExpectContent(const List& list, const std::vector<Package>& expected)
     }
 }
 
-/// Fails each allocation of the step in turn; the list has to be as before. Then completes the
-/// step. How many failures there were.
+/// Fails one allocation of the step after the other; each time, the list must stay as before. Then
+/// completes the step. Returns the number of failures.
 template <typename Step>
 std::size_t FailuresOf(List& list, const std::vector<Package>& before, Step step)
 {
@@ -415,7 +415,7 @@ std::size_t FailuresOf(List& list, const std::vector<Package>& before, Step step
     return failures;
 }
 
-TEST_F(Allocations, AListThatCannotGrowStaysAsItWas)
+TEST_F(Allocations, AFailedAppendLeavesTheListUnchanged)
 {
     List list;
     std::vector<Package> expected;
@@ -430,7 +430,7 @@ TEST_F(Allocations, AListThatCannotGrowStaysAsItWas)
     EXPECT_GT(failures, appended) << "one for each entry, and some for the index";
 }
 
-TEST_F(Allocations, AListThatCannotBeAssignedStaysAsItWas)
+TEST_F(Allocations, AFailedAssignLeavesTheListUnchanged)
 {
     const std::vector<Package> before = {MakePackage(1), MakePackage(2), MakePackage(1)};
     std::vector<Package> after;
@@ -443,7 +443,7 @@ TEST_F(Allocations, AListThatCannotBeAssignedStaysAsItWas)
     ExpectContent(list, after);
 }
 
-TEST_F(Allocations, OverwritingAndErasingInAListCannotFail)
+TEST_F(Allocations, OverwritingAndErasingCannotFail)
 {
     std::vector<Package> expected = {MakePackage(1), MakePackage(2), MakePackage(1)};
     List list;

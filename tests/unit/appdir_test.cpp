@@ -33,7 +33,7 @@ TEST_F(ApplicationDirectory, IsUnderTheCacheHome)
     EXPECT_EQ(Path(), "/cache/org.example.app");
 }
 
-TEST_F(ApplicationDirectory, IsUnderHomeWhereTheCacheHomeIsUnsetEmptyOrRelative)
+TEST_F(ApplicationDirectory, IsUnderHomeIfTheCacheHomeIsUnsetEmptyOrRelative)
 {
     unsetenv("XDG_CACHE_HOME");
     EXPECT_EQ(Path(), "/home/user/.cache/org.example.app");
@@ -43,7 +43,7 @@ TEST_F(ApplicationDirectory, IsUnderHomeWhereTheCacheHomeIsUnsetEmptyOrRelative)
     }
 }
 
-TEST_F(ApplicationDirectory, IsUnderTheUsersHomeWhereHomeIsOfNoUse)
+TEST_F(ApplicationDirectory, IsUnderTheHomeOfThePasswordDatabaseIfHomeIsUnsetOrRelative)
 {
     unsetenv("XDG_CACHE_HOME");
     const passwd* const user = getpwuid(getuid());
@@ -57,7 +57,7 @@ TEST_F(ApplicationDirectory, IsUnderTheUsersHomeWhereHomeIsOfNoUse)
     EXPECT_EQ(Path(), expected);
 }
 
-TEST_F(ApplicationDirectory, IsNamedByTheProgramWhereTheApplicationIDIsNoPlainFileName)
+TEST_F(ApplicationDirectory, IsNamedAfterTheProgramIfTheApplicationIDIsNotAPlainFileName)
 {
     const std::string byProgram = std::string("/cache/") + program_invocation_short_name;
     unsetenv("VEYRA_APP_ID");
@@ -68,7 +68,7 @@ TEST_F(ApplicationDirectory, IsNamedByTheProgramWhereTheApplicationIDIsNoPlainFi
     }
 }
 
-TEST_F(ApplicationDirectory, OnlyTheCacheIsKnown)
+TEST_F(ApplicationDirectory, OnlyTheCacheIsSupported)
 {
     EXPECT_THROW(AppDir::getPath(static_cast<AppDir::PathType>(1)), std::invalid_argument);
 }

@@ -23,7 +23,7 @@ using namespace TestSupport;
 class Cache : public ConnectionTest
 {
 protected:
-    /// An entry that was last written `age` seconds ago.
+    /// Stores an entry that was last written `age` seconds ago.
     void Store(const std::string& name, int age, const Operation& operation)
     {
         fs::create_directories(CacheDirectory());
@@ -34,7 +34,7 @@ protected:
 
     void Store(const std::string& uuid, int age) { Store(uuid, age, MakeOperation(uuid, 100)); }
 
-    /// A connection from start to end; what it had completed.
+    /// Creates and destroys a connection. Returns its completed operations.
     Strings Run(std::string* log = nullptr)
     {
         Strings completed;
@@ -58,7 +58,8 @@ protected:
         return entries;
     }
 
-    /// The files that a connection writes at its end, in the order in which they are closed.
+    /// Returns the files that a connection writes on destruction, in the order in which it closes
+    /// them.
     Strings FilesWritten()
     {
         auto connection = std::make_unique<DaemonConnection>();
@@ -86,7 +87,7 @@ protected:
     }
 };
 
-TEST_F(Cache, OperationsLoadInTheOrderInWhichTheyWereWrittenBeforeTheDaemonsOwn)
+TEST_F(Cache, CachedOperationsPrecedeTheDaemonsInTheOrderTheyWereWritten)
 {
     Store("b", 30);
     Store("c", 20);
@@ -95,7 +96,7 @@ TEST_F(Cache, OperationsLoadInTheOrderInWhichTheyWereWrittenBeforeTheDaemonsOwn)
     EXPECT_EQ(Run(), (Strings{"b 100", "c 100", "a 100", "daemon 101"}));
 }
 
-TEST_F(Cache, ComesBackInTheNextRun)
+TEST_F(Cache, OperationsAreLoadedInTheNextRun)
 {
     properties.CompletedOperations = {MakeOperation("one", 100), MakeOperation("two", 101)};
     Run();
@@ -104,7 +105,7 @@ TEST_F(Cache, ComesBackInTheNextRun)
     Strings completed = Run();
     std::sort(completed.begin(), completed.end());
     EXPECT_EQ(completed, (Strings{"one 100", "two 101"}));
-    EXPECT_EQ(Entries(), (Strings{"one", "two"})) << "and in the one after that";
+    EXPECT_EQ(Entries(), (Strings{"one", "two"})) << "and in the run after that";
 }
 
 TEST_F(Cache, AnOperationThatTheDaemonStillKnowsIsListedTwiceAndStoredOnce)
@@ -129,7 +130,7 @@ TEST_F(Cache, EachFileIsWrittenOnceInTheOrderOfTheLastOperationsOfEachUUID)
     EXPECT_EQ(completed, (Strings{"four 100", "one 101", "three 100", "two 101"}));
 }
 
-TEST_F(Cache, AFileThatCannotBeWrittenIsOneWarningForEachOperationOfItsUUID)
+TEST_F(Cache, FailureToWriteAFileLogsAWarningForEachOperationOfItsUUID)
 {
     properties.CompletedOperations = {MakeOperation("one", 100), MakeOperation("a/b", 100),
                                       MakeOperation("two", 100), MakeOperation("one", 101)};
@@ -142,7 +143,7 @@ TEST_F(Cache, AFileThatCannotBeWrittenIsOneWarningForEachOperationOfItsUUID)
     EXPECT_EQ(Entries(), (Strings{"one", "two"}));
 }
 
-TEST_F(Cache, TheDirectoryIsThereBetweenRunsOnly)
+TEST_F(Cache, TheDirectoryExistsOnlyBetweenRuns)
 {
     Store("one", 10);
     const DaemonConnection connection;
@@ -170,7 +171,7 @@ TEST_F(Cache, ACorruptFileIsSkippedWithOneWarningAndRemovedWithTheDirectory)
     EXPECT_FALSE(fs::exists(CacheDirectory()));
 }
 
-TEST_F(Cache, OddEntriesNeitherBlockNorStopTheReading)
+TEST_F(Cache, OddEntriesNeitherBlockNorAbortReading)
 {
     Store("good", 20);
     ASSERT_EQ(mkfifo(PathOf("fifo").c_str(), 0600), 0);
@@ -187,7 +188,7 @@ TEST_F(Cache, OddEntriesNeitherBlockNorStopTheReading)
     }
 }
 
-TEST_F(Cache, ADanglingLinkStopsTheReadingAndLeavesTheDirectory)
+TEST_F(Cache, ADanglingLinkAbortsReadingAndTheDirectoryStays)
 {
     Store("good", 20);
     fs::create_symlink("nowhere", CacheDirectory() / "dangling");
@@ -211,7 +212,7 @@ TEST_F(Cache, ARegularFileAtTheDirectorysPathIsLeftAloneAndEverySaveFails)
     EXPECT_TRUE(fs::is_regular_file(CacheDirectory()));
 }
 
-TEST_F(Cache, ADirectoryThatCannotBeCreatedIsAWarning)
+TEST_F(Cache, FailureToCreateTheDirectoryLogsAWarning)
 {
     std::ofstream(cacheHome.Path() / "test.app") << "in the way";
     properties.CompletedOperations = {MakeOperation("one", 100)};
@@ -224,7 +225,7 @@ TEST_F(Cache, ADirectoryThatCannotBeCreatedIsAWarning)
     EXPECT_EQ(log.substr(log.size() - 2), ")\n");
 }
 
-TEST_F(Cache, ALoopOnTheWayEndsNeitherTheStartNorTheEnd)
+TEST_F(Cache, ASymlinkLoopInThePathStopsNeitherLoadingNorSaving)
 {
     fs::create_directory_symlink("test.app", cacheHome.Path() / "test.app");
     std::string log;
@@ -235,11 +236,11 @@ TEST_F(Cache, ALoopOnTheWayEndsNeitherTheStartNorTheEnd)
         << log;
 }
 
-TEST_F(Cache, ADirectoryThatCannotBeRemovedIsAWarning)
+TEST_F(Cache, FailureToRemoveTheDirectoryLogsAWarning)
 {
     if (geteuid() == 0) {
-        // Even root cannot remove a directory that something is mounted on, but mounting is more
-        // than a test should do to a machine; dropping the right to do everything is not.
+        // Root can remove any directory but a mount point, and a test should not mount anything.
+        // It therefore runs as another user.
         ASSERT_EQ(chmod(cacheHome.Path().c_str(), 0755), 0);
     }
     Store("one", 10);
@@ -266,7 +267,7 @@ TEST_F(Cache, ADirectoryThatCannotBeRemovedIsAWarning)
     }
 }
 
-TEST_F(Cache, AUUIDThatIsNoPlainFileNameLeadsNowhereAndTheOthersAreStored)
+TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored)
 {
     const std::string tooLong(300, 'x');
     const std::string zero("zero\0byte", 9);
@@ -287,7 +288,7 @@ TEST_F(Cache, AUUIDThatIsNoPlainFileNameLeadsNowhereAndTheOthersAreStored)
     EXPECT_FALSE(fs::exists("/tmp/absolute"));
 }
 
-TEST_F(Cache, ASecondConnectionFindsNoDirectoryAndBothStoreWhatTheyHave)
+TEST_F(Cache, ASecondConnectionFindsNoDirectoryAndBothStoreTheirOperations)
 {
     Store("cached", 10);
     {

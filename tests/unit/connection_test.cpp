@@ -76,7 +76,7 @@ TEST_F(InvalidConnection, EveryGuardedCallThrowsItsOwnMessage)
     }
 }
 
-TEST_F(InvalidConnection, AWrongFormIsNotLookedAt)
+TEST_F(InvalidConnection, ValidityIsCheckedBeforeTheCallbacksForm)
 {
     EXPECT_EQ(Refusal([](DaemonConnection& connection) {
                   connection.SubscribeToEvent(EventType::PackageInstalled,
@@ -92,7 +92,7 @@ TEST_F(InvalidConnection, UnsubscribingIsAllowed)
     EXPECT_NO_THROW(connection.UnsubscribeFromEvent(EventSubscription()));
 }
 
-TEST_F(InvalidConnection, TheProcessWideOneStaysInvalidEvenIfTheBusComes)
+TEST_F(InvalidConnection, TheProcessWideOneStaysInvalidEvenIfABusAppears)
 {
     ASSERT_FALSE(static_cast<bool>(GetDaemonConnection()));
     currentProxy = proxy;
@@ -100,7 +100,7 @@ TEST_F(InvalidConnection, TheProcessWideOneStaysInvalidEvenIfTheBusComes)
     EXPECT_TRUE(static_cast<bool>(DaemonConnection()));
 }
 
-TEST_F(InvalidConnection, CreatesTheCacheDirectoryWhenItGoes)
+TEST_F(InvalidConnection, CreatesTheCacheDirectoryOnDestruction)
 {
     {
         const DaemonConnection connection;
@@ -108,7 +108,7 @@ TEST_F(InvalidConnection, CreatesTheCacheDirectoryWhenItGoes)
     EXPECT_TRUE(std::filesystem::is_directory(CacheDirectory()));
 }
 
-TEST_F(InvalidConnection, EndingASubscriptionIsOnlyLogged)
+TEST_F(InvalidConnection, DestroyingASubscriptionOnlyLogsAWarning)
 {
     EXPECT_EQ(OutputOf([] { EventSubscription(7); }),
               "[W] Couldn't unsubscribe from event: bad emporium daemon connection (subscription "
@@ -135,7 +135,7 @@ TEST_F(Connection, TakesItsSnapshotFromTheDaemon)
     EXPECT_EQ(Contents(connection.GetCompletedOperations()), (Strings{"old 100"}));
 }
 
-TEST_F(Connection, AnEmptyDaemonGivesEmptyLists)
+TEST_F(Connection, ADaemonWithoutDataGivesEmptyLists)
 {
     const DaemonConnection connection;
     EXPECT_EQ(connection.GetArchitecture(), "");
@@ -184,7 +184,7 @@ TEST_F(Connection, CopiesOfTheProcessWideOneShareTheirState)
     EXPECT_EQ(&first.GetArchitecture(), &second.GetArchitecture());
 }
 
-TEST_F(Connection, OnePerConstructorCallHasItsOwnSnapshot)
+TEST_F(Connection, EachConstructedConnectionHasItsOwnSnapshot)
 {
     const DaemonConnection first;
     properties.Architecture = "later";
@@ -193,7 +193,7 @@ TEST_F(Connection, OnePerConstructorCallHasItsOwnSnapshot)
     EXPECT_EQ(second.GetArchitecture(), "later");
 }
 
-TEST_F(Connection, ThatHasGoneIsNotCalledAnyMore)
+TEST_F(Connection, ReceivesNothingAfterDestruction)
 {
     int calls = 0;
     EventSubscription subscription;
@@ -209,7 +209,7 @@ TEST_F(Connection, ThatHasGoneIsNotCalledAnyMore)
     EXPECT_EQ(proxy->PackageInstalled.num_slots(), 0U);
 }
 
-TEST_F(Connection, MovedFromIsAnInvalidOne)
+TEST_F(Connection, IsInvalidAfterItIsMovedFrom)
 {
     DaemonConnection connection;
     const DaemonConnection moved = std::move(connection);
@@ -218,8 +218,7 @@ TEST_F(Connection, MovedFromIsAnInvalidOne)
     EXPECT_THROW(connection.GetPackageList(), std::logic_error);
 }
 
-// --- upkeep
-// ----------------------------------------------------------------------------------------
+// --- upkeep ---
 
 class Upkeep : public ConnectionTest
 {
@@ -261,7 +260,7 @@ TEST_F(Upkeep, AnInstalledPackageIsAppended)
     EXPECT_EQ(Contents(connection.GetPackageList()), (Strings{"a 1.0", "b 1.0", "c 1.0", "d 2.0"}));
 }
 
-TEST_F(Upkeep, AnInstalledPackageThatIsListedIsReplacedInItsPlaceWithOneWarning)
+TEST_F(Upkeep, AnInstalledPackageThatIsListedIsReplacedInPlaceWithOneWarning)
 {
     const DaemonConnection connection;
     Strings delivered;
@@ -274,7 +273,7 @@ TEST_F(Upkeep, AnInstalledPackageThatIsListedIsReplacedInItsPlaceWithOneWarning)
     EXPECT_EQ(Contents(connection.GetPackageList()), (Strings{"a 1.0", "b 2.0", "c 1.0"}));
 }
 
-TEST_F(Upkeep, AnUpgradedPackageIsReplacedInItsPlace)
+TEST_F(Upkeep, AnUpgradedPackageIsReplacedInPlace)
 {
     const DaemonConnection connection;
     Strings delivered;
@@ -300,7 +299,7 @@ TEST_F(Upkeep, AnUpgradedPackageThatIsNotListedIsAppendedWithOneWarning)
     EXPECT_EQ(Contents(connection.GetPackageList()), (Strings{"a 1.0", "b 1.0", "c 1.0", "d 2.0"}));
 }
 
-TEST_F(Upkeep, ARemovedPackageGoesAndIsDeliveredAsItWas)
+TEST_F(Upkeep, ARemovedPackageIsErasedAndDeliveredAsItWas)
 {
     const DaemonConnection connection;
     const auto event = [&] { proxy->PackageRemoved("b"); };
@@ -308,7 +307,7 @@ TEST_F(Upkeep, ARemovedPackageGoesAndIsDeliveredAsItWas)
     EXPECT_EQ(Contents(connection.GetPackageList()), (Strings{"a 1.0", "c 1.0"}));
 }
 
-TEST_F(Upkeep, ARemovedPackageThatIsNotListedIsAWarningAndNoEvent)
+TEST_F(Upkeep, RemovingAPackageThatIsNotListedLogsAWarningAndDeliversNothing)
 {
     const DaemonConnection connection;
     Strings delivered;
@@ -321,7 +320,7 @@ TEST_F(Upkeep, ARemovedPackageThatIsNotListedIsAWarningAndNoEvent)
     EXPECT_EQ(connection.GetPackageList().size(), 3U);
 }
 
-TEST_F(Upkeep, OfPackagesWithTheSameIDTheFirstIsTheOneThatChanges)
+TEST_F(Upkeep, TheFirstOfSeveralPackagesWithTheSameIDIsChanged)
 {
     properties.Packages = {MakePackage("a", "1"), MakePackage("a", "2")};
     const DaemonConnection connection;
@@ -331,7 +330,7 @@ TEST_F(Upkeep, OfPackagesWithTheSameIDTheFirstIsTheOneThatChanges)
     EXPECT_EQ(Contents(connection.GetPackageList()), (Strings{"a 2"}));
 }
 
-TEST_F(Upkeep, AnOperationThatGoesOnIsReplacedInItsPlace)
+TEST_F(Upkeep, AnOperationInProgressIsReplacedInPlace)
 {
     const DaemonConnection connection;
     const auto event = [&] { proxy->OperationStatusChanged(MakeOperation("x", 99)); };
@@ -356,7 +355,7 @@ TEST_F(Upkeep, AFinishedOperationLeavesTheActiveOnesAndIsNotAddedToTheCompletedO
     }
 }
 
-TEST_F(Upkeep, StatusesBesideTheFinishingOnesDoNotFinish)
+TEST_F(Upkeep, AnyOtherStatusLeavesTheOperationActive)
 {
     const DaemonConnection connection;
     proxy->OperationStatusChanged(MakeOperation("x", 102));
@@ -380,7 +379,7 @@ TEST_F(Upkeep, AnUnknownOperationIsAppendedWithOneWarningWhateverItsStatus)
     EXPECT_EQ(Contents(connection.GetActiveOperations()), (Strings{"x 10", "y 10"}));
 }
 
-TEST_F(Upkeep, ASubscriberSeesTheSnapshotAlreadyChanged)
+TEST_F(Upkeep, ASubscriberSeesTheUpdatedSnapshot)
 {
     const DaemonConnection connection;
     Strings seen;
@@ -402,7 +401,7 @@ TEST_F(Upkeep, ASubscriberSeesTheSnapshotAlreadyChanged)
     EXPECT_EQ(seen, (Strings{"4", "gone", "1"}));
 }
 
-TEST_F(Upkeep, ALongLivedListDoesNotChange)
+TEST_F(Upkeep, AReturnedListDoesNotChange)
 {
     const DaemonConnection connection;
     const std::vector<Package> before = connection.GetPackageList();
@@ -411,8 +410,7 @@ TEST_F(Upkeep, ALongLivedListDoesNotChange)
     EXPECT_EQ(Contents(before), (Strings{"a 1.0", "b 1.0", "c 1.0"}));
 }
 
-// --- queries and commands
-// --------------------------------------------------------------------------
+// --- queries and commands ---
 
 class Queries : public Upkeep
 {
@@ -431,7 +429,7 @@ TEST_F(Queries, GetPackageComparesByteForByte)
     EXPECT_EQ(connection.GetPackage("a ").GetError(), "No package with id a  found");
 }
 
-TEST_F(Queries, GetPackageWithAnEmptyIDHasTwoBlanksInARow)
+TEST_F(Queries, TheErrorForAnEmptyIDHasTwoSpacesInARow)
 {
     EXPECT_EQ(DaemonConnection().GetPackage("").GetError(), "No package with id  found");
 }
@@ -463,7 +461,7 @@ TEST_F(Queries, AFilterKeepsTheOrder)
               (Strings{"a 1.0", "c 1.0"}));
 }
 
-TEST_F(Queries, AFilterThatWantsNothingGivesAnEmptyList)
+TEST_F(Queries, AFilterThatMatchesNothingGivesAnEmptyList)
 {
     EXPECT_TRUE(DaemonConnection().GetPackageList([](const Package&) { return false; }).empty());
 }
@@ -492,7 +490,7 @@ TEST_F(Commands, ARemovalSendsTheIDAndIgnoresThePath)
     EXPECT_EQ(connection.CreateOperation(request).Get(), "new");
 }
 
-TEST_F(Commands, EverythingElseSendsThePathAndIgnoresTheID)
+TEST_F(Commands, AnyOtherOperationSendsThePathAndIgnoresTheID)
 {
     const DaemonConnection connection;
     EXPECT_CALL(*proxy, Install("/path"))
@@ -524,7 +522,7 @@ TEST_F(Commands, ACreatedOperationIsActiveAtOnceAndNoEventIsDelivered)
     EXPECT_EQ(Contents(connection.GetActiveOperations()), (Strings{"x 10", "y 10"}));
 }
 
-TEST_F(Commands, AFailedCreationPassesTheTextOnAndChangesNothing)
+TEST_F(Commands, AFailedCreationReturnsTheErrorTextAndChangesNothing)
 {
     const DaemonConnection connection;
     ON_CALL(*proxy, Install).WillByDefault(Return(Result<Operation>(ErrorResult("text"))));
@@ -535,7 +533,7 @@ TEST_F(Commands, AFailedCreationPassesTheTextOnAndChangesNothing)
     EXPECT_EQ(connection.GetActiveOperations().size(), 2U);
 }
 
-TEST_F(Commands, StartAndRestartPassTheirArgumentAndTheResultThrough)
+TEST_F(Commands, StartAndRestartForwardTheirArgumentAndReturnTheResult)
 {
     const DaemonConnection connection;
     EXPECT_CALL(*proxy, Start("app")).WillOnce(Return(Result<void>(SuccessResult<void>())));

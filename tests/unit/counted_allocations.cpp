@@ -44,7 +44,7 @@ void Free(void* memory) noexcept
 
 } // namespace
 
-// Every form, because the sanitizers bring some of their own: memory from one of those must not
+// Replaces every form, because the sanitizers define some too: memory from one of theirs must not
 // reach a `delete` from here.
 
 void* operator new(std::size_t size)

@@ -28,8 +28,8 @@ int valuesRead = 0;
 
 } // namespace
 
-// Takes the place of the bus library's own, which it calls. Exported, so that a shared sdbus-c++
-// calls it too.
+// Interposes the bus library's function, and calls it. Exported, so that a shared sdbus-c++ calls
+// this one too.
 extern "C" [[gnu::visibility("default")]] int sd_bus_message_read_basic(sd_bus_message* message,
                                                                         char type, void* value)
 {
@@ -87,7 +87,7 @@ sdbus::PlainMessage MessageWith(const std::function<void(sdbus::Message&)>& writ
     return message;
 }
 
-TEST(Decoder, AnOperationRecordIsReadInTheOrderOfTheWireAndItsNumbersAreCarriedUnchanged)
+TEST(Decoder, AnOperationRecordIsReadInWireOrderAndItsNumbersAreKept)
 {
     auto message =
         MessageWith([](sdbus::Message& m) { m << OperationRecord{"uuid", "package", 7, -3, 12}; });
@@ -99,7 +99,7 @@ TEST(Decoder, AnOperationRecordIsReadInTheOrderOfTheWireAndItsNumbersAreCarriedU
     EXPECT_EQ(static_cast<int>(operation.GetErrorCode()), 12);
 }
 
-TEST(Decoder, AnOperationBodyThatIsEmptyIsADefaultOperation)
+TEST(Decoder, AnEmptyOperationBodyIsADefaultOperation)
 {
     auto message = MessageWith([](sdbus::Message&) {});
     const Operation operation = Decoder::ReadOperationBody(message);
@@ -108,7 +108,7 @@ TEST(Decoder, AnOperationBodyThatIsEmptyIsADefaultOperation)
     EXPECT_EQ(static_cast<int>(operation.GetStatus()), 0);
 }
 
-TEST(Decoder, APackageRecordCarriesTheSubgroupBeforeTheCertificateID)
+TEST(Decoder, APackageRecordHasTheSubgroupBeforeTheCertificateID)
 {
     auto message = MessageWith([](sdbus::Message& m) {
         m << PackageRecord{"id", "version", "subgroup", "certificate", Dictionary{}};
@@ -128,7 +128,7 @@ TEST(Decoder, ADictionaryOfAnyContentIsSkipped)
     EXPECT_EQ(Decoder::ReadPackageBody(message).GetDeveloperCertificateID(), "certificate");
 }
 
-TEST(Decoder, EachKindOfDictionaryValueIsSkippedByItself)
+TEST(Decoder, EachKindOfDictionaryValueIsSkipped)
 {
     for (const auto& [key, value] : DictionaryOfEverything()) {
         auto message = MessageWith([&, name = key, content = value](sdbus::Message& m) {
@@ -156,7 +156,7 @@ TEST(Decoder, AnArrayOfNumbersIsSkippedInOneStep)
     EXPECT_EQ(valuesReadWith(0), 4 + 3);
 }
 
-TEST(Decoder, AnotherSignatureThanTheRecordsIsRefused)
+TEST(Decoder, ABodyOfAnotherSignatureIsRefused)
 {
     const std::vector<std::function<void(sdbus::Message&)>> bodies = {
         [](sdbus::Message& m) { m << "text"; },
@@ -191,7 +191,7 @@ TEST(Decoder, AnotherSignatureThanTheRecordsIsRefused)
     EXPECT_THROW(Decoder::ReadEmptyBody(two), sdbus::Error);
 }
 
-// --- the properties -------------------------------------------------------------------------------
+// --- the properties ---
 
 using Property = std::pair<std::string, sdbus::Variant>;
 
@@ -210,7 +210,8 @@ std::vector<Property> AllProperties()
     };
 }
 
-/// As the daemon writes it: keys may come in any order and, from a broken daemon, more than once.
+/// Writes a reply as the daemon does: keys may come in any order and, from a broken daemon, more
+/// than once.
 void WriteProperties(sdbus::Message& message, const std::vector<Property>& properties)
 {
     message.openContainer("{sv}");
@@ -247,7 +248,7 @@ std::string Describe(const Properties& properties)
 
 constexpr const char* allDescribed = "aarch64|5.1|b,1,s,c|a,2,,|one,p,10;|two,q,100;three,r,101;";
 
-/// The properties, or the text of the failure.
+/// Returns the decoded properties, or the text of the error.
 std::string OutcomeOf(sdbus::Message& reply)
 {
     try {
@@ -263,7 +264,7 @@ std::string OutcomeOf(const std::vector<Property>& properties)
     return OutcomeOf(reply);
 }
 
-/// The bus library's own text for a variant that holds another type.
+/// Returns the bus library's text for a variant that holds another type.
 std::string TypeErrorText()
 {
     auto message = MessageWith([](sdbus::Message& m) { m << sdbus::Variant(std::int32_t{1}); });
@@ -286,7 +287,7 @@ TEST(Properties, EmptyListsAreEmpty)
     EXPECT_EQ(Describe(Decoder::ReadProperties(reply)), "aarch64|5.1||");
 }
 
-TEST(Properties, FurtherOnesAreIgnored)
+TEST(Properties, UnknownOnesAreIgnored)
 {
     auto properties = AllProperties();
     for (const auto& [key, value] : DictionaryOfEverything()) {
@@ -296,7 +297,7 @@ TEST(Properties, FurtherOnesAreIgnored)
     EXPECT_EQ(Describe(Decoder::ReadProperties(reply)), allDescribed);
 }
 
-TEST(Properties, EachOneThatIsMissingIsNamed)
+TEST(Properties, EachMissingOneIsNamed)
 {
     for (const Property& property : AllProperties()) {
         auto properties = AllProperties();
@@ -309,7 +310,7 @@ TEST(Properties, EachOneThatIsMissingIsNamed)
     }
 }
 
-TEST(Properties, OfSeveralMissingTheFirstInFixedOrderIsNamed)
+TEST(Properties, TheFirstMissingOneInFixedOrderIsNamed)
 {
     auto properties = AllProperties();
     properties.erase(properties.begin() + 2, properties.begin() + 4);
@@ -318,7 +319,7 @@ TEST(Properties, OfSeveralMissingTheFirstInFixedOrderIsNamed)
               "Couldn't parse Packages property from initial emporium properties");
 }
 
-TEST(Properties, PresenceIsCheckedBeforeAnythingIsDecoded)
+TEST(Properties, AMissingOneIsReportedBeforeATypeError)
 {
     auto properties = AllProperties();
     properties[0].second = sdbus::Variant(std::int32_t{1});
@@ -328,7 +329,7 @@ TEST(Properties, PresenceIsCheckedBeforeAnythingIsDecoded)
               "Couldn't parse CompletedOperations property from initial emporium properties");
 }
 
-TEST(Properties, EachOneOfAnotherTypeIsRefused)
+TEST(Properties, EachOneIsRefusedIfItHasAnotherType)
 {
     for (std::size_t index = 0; index < AllProperties().size(); ++index) {
         auto properties = AllProperties();
@@ -338,7 +339,7 @@ TEST(Properties, EachOneOfAnotherTypeIsRefused)
     }
 }
 
-TEST(Properties, OfARepeatedOneTheFirstCounts)
+TEST(Properties, TheFirstOccurrenceOfARepeatedOneCounts)
 {
     auto properties = AllProperties();
     properties.push_back({"Architecture", sdbus::Variant("other")});
@@ -358,7 +359,7 @@ TEST(Properties, AReplyOfAnotherSignatureIsRefused)
     EXPECT_THROW(Decoder::ReadProperties(more), sdbus::Error);
 }
 
-TEST(Properties, AnArgumentBehindThemIsRefused)
+TEST(Properties, AnExtraArgumentIsRefused)
 {
     auto reply = MessageWith([](sdbus::Message& message) {
         WriteProperties(message, AllProperties());
@@ -367,14 +368,14 @@ TEST(Properties, AnArgumentBehindThemIsRefused)
     EXPECT_THROW(Decoder::ReadProperties(reply), sdbus::Error);
 }
 
-TEST(Properties, AnArgumentBehindThemIsReportedBeforeAMissingOne)
+TEST(Properties, AnExtraArgumentIsReportedBeforeAMissingOne)
 {
     auto reply =
         MessageWith([](sdbus::Message& message) { message << Dictionary{} << "one more"; });
     EXPECT_EQ(OutcomeOf(reply).find("Couldn't parse"), std::string::npos);
 }
 
-TEST(Properties, OfARepeatedOneTheFirstCountsWhateverTypesTheyHave)
+TEST(Properties, TheFirstOccurrenceOfARepeatedOneCountsWhateverTheTypes)
 {
     const Property wrong = {"Architecture", sdbus::Variant(std::int32_t{1})};
     auto wrongLater = AllProperties();
@@ -395,13 +396,13 @@ TEST(Properties, ATypeErrorHasTheTextOfTheVariantThatCouldNotBeEntered)
     EXPECT_EQ(OutcomeOf(properties), TypeErrorText());
 }
 
-/// A reply in which this text, which stands in it once, is no UTF-8 any more.
+/// Returns a reply in which `text`, which occurs once, is no longer valid UTF-8.
 sdbus::PlainMessage DamagedReply(const std::vector<Property>& properties, const std::string& text)
 {
     auto reply = Reply(properties);
     const char* key = nullptr;
     {
-        // The first key leads to the memory of the message.
+        // The first key points into the memory of the message.
         reply.enterContainer("{sv}");
         reply.enterDictEntry("sv");
         char* first = nullptr;
@@ -419,7 +420,7 @@ sdbus::PlainMessage DamagedReply(const std::vector<Property>& properties, const 
     return reply;
 }
 
-TEST(Properties, DamageIsReportedBeforeAMissingOneWhereverItIs)
+TEST(Properties, DamageAnywhereIsReportedBeforeAMissingOne)
 {
     const auto bigEnough = sdbus::Variant(std::string(5000, 'x'));
     const std::vector<std::vector<Property>> replies = {
@@ -439,7 +440,7 @@ TEST(Properties, DamageIsReportedBeforeAMissingOneWhereverItIs)
     }
 }
 
-/// What the plainest way of reading makes of these: a look at one property after the other.
+/// The expected outcome, computed in the plainest way: one property after the other.
 std::string PlainOutcome(const std::vector<Property>& properties)
 {
     const auto valueOf = [&](const std::string& name) {
@@ -480,7 +481,7 @@ std::string PlainOutcome(const std::vector<Property>& properties)
     return Describe(expected);
 }
 
-/// A value of the right type, but not the one of AllProperties().
+/// Returns a value of the right type that differs from the one in AllProperties().
 sdbus::Variant AnotherValue(std::size_t index)
 {
     switch (index) {
@@ -494,7 +495,7 @@ sdbus::Variant AnotherValue(std::size_t index)
     }
 }
 
-TEST(Properties, TheOutcomeIsThatOfThePlainestReadingOverManyReplies)
+TEST(Properties, TheOutcomeMatchesPlainReadingForManyReplies)
 {
     std::mt19937 random(20261121);
     const auto chance = [&](unsigned of) { return random() % of == 0; };
@@ -520,7 +521,8 @@ TEST(Properties, TheOutcomeIsThatOfThePlainestReadingOverManyReplies)
         ASSERT_EQ(outcome, PlainOutcome(properties));
         outcomes.insert(outcome);
     }
-    // Decoded with the values of AllProperties() or with another one, five missing, a type error.
+    // Decoded, with the values of AllProperties() or with one of five replaced; one of five missing;
+    // a type error.
     EXPECT_EQ(outcomes.size(), 6U + 5U + 1U);
 }
 
@@ -542,7 +544,7 @@ void ExpectDecoded(const std::vector<Dictionary>& dictionaries)
     EXPECT_EQ(decoded.CompletedOperations.size(), 2U);
 }
 
-TEST(Properties, DictionariesOfTheSameKeysAndTypesAreSkipped)
+TEST(Properties, DictionariesWithTheSameKeysAndTypesAreSkipped)
 {
     ExpectDecoded(std::vector<Dictionary>(5, DictionaryOfEverything()));
 }
@@ -559,7 +561,7 @@ TEST(Properties, AKeyMayHoldAnotherTypeInEveryRecord)
     ExpectDecoded(dictionaries);
 }
 
-TEST(Properties, TheSamePlaceMayHoldAnotherKeyInEveryRecord)
+TEST(Properties, TheSamePositionMayHoldAnotherKeyInEveryRecord)
 {
     std::vector<Dictionary> dictionaries;
     for (const auto& [key, value] : DictionaryOfEverything()) {

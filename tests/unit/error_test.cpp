@@ -19,7 +19,7 @@ struct Row
     const char* message;
 };
 
-// Written down once more on purpose: the library's own table must not be compared with itself.
+// Repeated on purpose, so that the library's table is not compared with itself.
 const std::array<Row, 31> rows{{
     {0, "None", "No error occurred"},
     {1, "Filesystem", "Filesystem error occurred"},
@@ -95,7 +95,7 @@ TEST(ErrorCode, EveryNumberHasItsMessage)
     }
 }
 
-TEST(ErrorCode, AHoleInTheNumberingKeepsItsNumberAndHasTheNamesOfInternal)
+TEST(ErrorCode, AGapInTheNumberingKeepsItsNumberAndHasTheNamesOfInternal)
 {
     for (const int hole : {4, 7, 9, 12}) {
         const ErrorCodeHelper helper(hole);
@@ -121,7 +121,7 @@ TEST(ErrorCode, FileConflictHasNumber28)
     EXPECT_EQ(helper.errorCodeAsString(), "FileConflict");
 }
 
-TEST(ErrorCode, AHelperMadeFromANameKeepsTheWholeNameAndHasNoBusName)
+TEST(ErrorCode, AHelperConstructedFromANameKeepsTheWholeNameAndHasNoBusName)
 {
     const ErrorCodeHelper helper(std::string("org.velmora.KVD.Error.DowngradeAttempt"));
     EXPECT_EQ(static_cast<int>(helper.errorCode()), 8);
@@ -166,13 +166,13 @@ TEST(ErrorCategory, AStandardErrorCodeHasTheNumberAndTheCategory)
     EXPECT_EQ(code.message(), "The package has an invalid ID");
 }
 
-TEST(ErrorCategory, AnErrorCodeConvertsByItself)
+TEST(ErrorCategory, AnErrorCodeConvertsImplicitly)
 {
     const std::error_code code = ErrorCode::FileConflict;
     EXPECT_EQ(code, Common::make_error_code(ErrorCode::FileConflict));
 }
 
-TEST(Error, TellsItsDetailAndKeepsItsCode)
+TEST(Error, HasItsDetailAndItsCode)
 {
     try {
         throw Common::Error(Common::make_error_code(ErrorCode::Filesystem), "a detail");
@@ -183,7 +183,7 @@ TEST(Error, TellsItsDetailAndKeepsItsCode)
     }
 }
 
-TEST(Error, ACopyTellsTheSame)
+TEST(Error, ACopyHasTheSameDetailAndCode)
 {
     const Common::Error error(Common::make_error_code(ErrorCode::Internal), "");
     const Common::Error copy = error;

@@ -27,7 +27,7 @@ public:
     MOCK_METHOD(Emporium::Result<void>, Restart, (const std::string&), (override));
 };
 
-/// What GetDBusProxy() gives in these tests; null stands for a bus that cannot be reached.
+/// What GetDBusProxy() returns in these tests; null means that the bus cannot be reached.
 inline std::shared_ptr<Emporium::IDBusProxy> currentProxy;
 
 inline Emporium::Package MakePackage(const std::string& id, const std::string& version = "1.0")
@@ -47,7 +47,7 @@ inline Emporium::Result<Emporium::Properties> Snapshot(Emporium::Properties prop
     return Emporium::SuccessResult<Emporium::Properties>(std::move(properties));
 }
 
-/// A connection to a fake proxy, with a cache directory of the test's own.
+/// Gives each test a fake proxy and its own cache directory.
 class ConnectionTest : public testing::Test
 {
 protected:

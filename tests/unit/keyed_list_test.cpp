@@ -31,7 +31,7 @@ std::vector<std::string> Contents(const std::vector<Package>& packages)
     return contents;
 }
 
-/// The same list in the plainest way.
+/// The same list, implemented in the plainest way.
 class Model
 {
 public:
@@ -72,7 +72,7 @@ private:
     std::vector<Package> m_items;
 };
 
-TEST(KeyedList, AnEmptyOneFindsNothing)
+TEST(KeyedList, AnEmptyListFindsNothing)
 {
     List list;
     EXPECT_EQ(list.Find("id"), nullptr);
@@ -96,11 +96,11 @@ TEST(KeyedList, TheFirstOfEqualKeysIsFoundOverwrittenAndErased)
     EXPECT_EQ(Contents(list.ToVector()), (std::vector<std::string>{"b=2", "a=6"}));
 }
 
-TEST(KeyedList, AKeyThatLivesInTheErasedEntryMayBeGiven)
+TEST(KeyedList, EraseAcceptsTheKeyStoredInTheErasedEntry)
 {
     List list;
-    list.Assign({Make("a key that is too long to be kept in place")});
-    EXPECT_TRUE(list.Erase(list.Find("a key that is too long to be kept in place")->GetID()));
+    list.Assign({Make("a key that is too long for the internal buffer")});
+    EXPECT_TRUE(list.Erase(list.Find("a key that is too long for the internal buffer")->GetID()));
     EXPECT_TRUE(list.ToVector().empty());
 }
 
@@ -119,7 +119,7 @@ TEST(KeyedList, GrowsWithDifferentKeys)
     EXPECT_EQ(Contents(list.ToVector()), Contents(model.Items()));
 }
 
-TEST(KeyedList, BehavesAsAPlainListOverManyRandomSteps)
+TEST(KeyedList, BehavesLikeAPlainListOverManyRandomSteps)
 {
     std::mt19937 random(20261121);
     List list;
@@ -127,7 +127,7 @@ TEST(KeyedList, BehavesAsAPlainListOverManyRandomSteps)
     std::uniform_int_distribution<int> step(0, 99);
     int version = 0;
     for (int count = 0; count < 100000; ++count) {
-        // The number of different keys swells and shrinks, so that all sizes are met.
+        // The number of different keys rises and falls, so that all sizes occur.
         const int keys = 1 + (count / 500) % 200;
         const std::string id = std::to_string(random() % static_cast<unsigned>(keys));
         const Package package = Make(id, ++version);

@@ -46,7 +46,7 @@ TEST(LogMessage, AStreamThatFailedWritesNothing)
     EXPECT_EQ(OutputOf([&] { LogMessage(LogLevel::Error) << "text" << none; }), "");
 }
 
-TEST(LogMessage, TakesTheKindsOfTextThatAreReported)
+TEST(LogMessage, AcceptsTheTypesThatAreLogged)
 {
     const std::runtime_error error("cause");
     const std::string owned = "owned ";
@@ -58,12 +58,12 @@ TEST(LogMessage, TakesTheKindsOfTextThatAreReported)
               "[W] literal owned cause 18446744073709551615 \"a\\\"b\"\n");
 }
 
-TEST(LogMessage, LineFeedsInTheTextAreWrittenAsTheyAre)
+TEST(LogMessage, LineFeedsInTheTextAreWrittenUnchanged)
 {
     EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Info) << "one\ntwo\n"; }), "[I] one\ntwo\n\n");
 }
 
-TEST(LogMessage, TwoReportsAreTwoLines)
+TEST(LogMessage, TwoMessagesAreTwoLines)
 {
     EXPECT_EQ(OutputOf([] {
                   LogMessage(LogLevel::Error) << "first";
@@ -72,7 +72,7 @@ TEST(LogMessage, TwoReportsAreTwoLines)
               "[E] first\n[W] second\n");
 }
 
-TEST(LogMessage, AnInterruptedMessageIsWrittenAsFarAsItCame)
+TEST(LogMessage, AMessageInterruptedByAnExceptionIsWrittenUpToThatPoint)
 {
     const auto fail = []() -> const char* { throw std::runtime_error("interrupted"); };
     const auto report = [&] {

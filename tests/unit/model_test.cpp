@@ -71,7 +71,7 @@ TEST(PackageFilters, AnEmptyTextMatchesAnEmptyField)
 
 TEST(PackageFilters, KeepACopyOfTheirText)
 {
-    auto text = std::make_unique<std::string>("a text that is too long to be kept in place");
+    auto text = std::make_unique<std::string>("a text that is too long for the internal buffer");
     const auto byID = PackageFilters::DeveloperCertificateID(*text);
     const auto bySubgroup = PackageFilters::DeveloperCertificateSubgroup(*text);
     const Package package("", "", *text, *text, {});
@@ -188,7 +188,7 @@ TEST(OperationRequestBuilder, AnUnknownTypeNeedsAPath)
     EXPECT_EQ(request.GetPackagePath(), "/path");
 }
 
-TEST(OperationRequestBuilder, InstallTakesThePathAndLeavesOutTheID)
+TEST(OperationRequestBuilder, InstallKeepsThePathAndDropsTheID)
 {
     const OperationRequest request = OperationRequest::Builder()
                                          .SetOperationType(OperationType::Install)
@@ -199,7 +199,7 @@ TEST(OperationRequestBuilder, InstallTakesThePathAndLeavesOutTheID)
     EXPECT_EQ(request.GetPackageID(), "");
 }
 
-TEST(OperationRequestBuilder, RemoveTakesTheIDAndLeavesOutThePath)
+TEST(OperationRequestBuilder, RemoveKeepsTheIDAndDropsThePath)
 {
     const OperationRequest request = OperationRequest::Builder()
                                          .SetOperationType(OperationType::Remove)

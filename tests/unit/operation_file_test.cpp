@@ -72,7 +72,7 @@ void ExpectEqual(const Operation& left, const Operation& right)
     EXPECT_EQ(left.GetErrorCode(), right.GetErrorCode());
 }
 
-TEST_F(OperationFile, WhatIsSavedIsLoaded)
+TEST_F(OperationFile, LoadingRestoresASavedOperation)
 {
     const Operation odd("", std::string("zero\0byte", 9), static_cast<Common::OperationType>(-7),
                         static_cast<Common::OperationStatus>(2147483647),
@@ -85,7 +85,7 @@ TEST_F(OperationFile, WhatIsSavedIsLoaded)
     }
 }
 
-TEST_F(OperationFile, SavingReplacesWhatWasThere)
+TEST_F(OperationFile, SavingReplacesAnExistingFile)
 {
     Write(path, std::string(10000, 'x'));
     ASSERT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
@@ -93,8 +93,8 @@ TEST_F(OperationFile, SavingReplacesWhatWasThere)
     EXPECT_LT(Read(path).size(), 200U);
 }
 
-/// The form in the file, read with nothing but the archive library's own strings and numbers.
-TEST_F(OperationFile, HoldsAPreambleTwoStringsAndThreeNumbers)
+/// Reads the file with nothing but the archive library's own strings and numbers.
+TEST_F(OperationFile, ContainsAPreambleTwoStringsAndThreeNumbers)
 {
     const std::string content = SavedSample();
     std::ifstream file(path, std::ios::binary);
@@ -121,7 +121,7 @@ TEST_F(OperationFile, AnEmptyFileCannotBeDeserialized)
     ExpectDamaged("");
 }
 
-TEST_F(OperationFile, AFileCutOffAnywhereCannotBeDeserialized)
+TEST_F(OperationFile, ATruncatedFileCannotBeDeserialized)
 {
     const std::string content = SavedSample();
     for (std::size_t length = 0; length < content.size(); ++length) {
@@ -153,7 +153,7 @@ TEST_F(OperationFile, ATrackedObjectIsRejected)
     }
 }
 
-/// Whatever a damaged file says about lengths, the memory that is taken stays near the file's size.
+/// Memory use stays near the file's size, whatever lengths a damaged file claims.
 TEST_F(OperationFile, AHugeLengthIsRefusedBeforeAnythingIsAllocated)
 {
     const std::string content = SavedSample();
@@ -174,7 +174,7 @@ TEST_F(OperationFile, AHugeLengthIsRefusedBeforeAnythingIsAllocated)
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 * 1024) << "KiB";
 }
 
-TEST_F(OperationFile, EveryFlippedByteIsEitherReadOrRefused)
+TEST_F(OperationFile, AFileWithAFlippedByteIsEitherReadOrRefused)
 {
     const std::string content = SavedSample();
     for (std::size_t index = 0; index < content.size(); ++index) {
@@ -205,24 +205,24 @@ TEST_F(OperationFile, SavingIntoAMissingDirectoryFails)
     EXPECT_EQ(result.GetError(), "Couldn't open " + missing + " to save operation");
 }
 
-TEST_F(OperationFile, AFullDiskIsAFailureToSerialize)
+TEST_F(OperationFile, AFullDiskFailsTheSerialization)
 {
     if (access("/dev/full", W_OK) != 0) {
-        GTEST_SKIP() << "there is no /dev/full here";
+        GTEST_SKIP() << "this system has no /dev/full";
     }
     const Result<void> result = Sample().SaveToFile("/dev/full");
     ASSERT_TRUE(result.HasError());
     EXPECT_EQ(result.GetError(), "Couldn't serialize operation to /dev/full");
 }
 
-TEST_F(OperationFile, AFifoNeitherBlocksReadingNorWriting)
+TEST_F(OperationFile, AFifoBlocksNeitherReadingNorWriting)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't deserialize operation from " + path);
     EXPECT_EQ(Sample().SaveToFile(path).GetError(), "Couldn't open " + path + " to save operation");
 }
 
-TEST_F(OperationFile, ADirectoryAndADeviceAreNoOperations)
+TEST_F(OperationFile, ADirectoryAndADeviceCannotBeDeserialized)
 {
     EXPECT_EQ(Operation::FromFile(directory.Path().string()).GetError(),
               "Couldn't deserialize operation from " + directory.Path().string());
@@ -242,7 +242,7 @@ TEST_F(OperationFile, ASocketCannotBeOpened)
     EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't open " + path + " to read operation");
 }
 
-TEST_F(OperationFile, APathWithAZeroByteNamesNoFile)
+TEST_F(OperationFile, APathWithAZeroByteCannotBeOpened)
 {
     const std::string zero = path + std::string("\0.txt", 5);
     EXPECT_EQ(Sample().SaveToFile(zero).GetError(), "Couldn't open " + zero + " to save operation");

@@ -17,7 +17,7 @@ using TestSupport::MessageOf;
 
 constexpr const char* wrongAlternative = "std::get: wrong index for variant";
 
-TEST(Result, ASuccessWithoutAValueIsNoError)
+TEST(Result, AVoidSuccessIsNoError)
 {
     const Result<void> result{SuccessResult<void>()};
     EXPECT_FALSE(result.HasError());
@@ -25,7 +25,7 @@ TEST(Result, ASuccessWithoutAValueIsNoError)
     EXPECT_EQ(MessageOf<std::bad_variant_access>([&] { result.GetError(); }), wrongAlternative);
 }
 
-TEST(Result, AnErrorWithoutAValueTellsItsMessage)
+TEST(Result, AVoidErrorHasItsMessage)
 {
     const Result<void> result{ErrorResult("message")};
     EXPECT_TRUE(result.HasError());
@@ -33,7 +33,7 @@ TEST(Result, AnErrorWithoutAValueTellsItsMessage)
     EXPECT_EQ(result.GetError(), "message");
 }
 
-TEST(Result, AnErrorTellsItsMessageAndHasNoValue)
+TEST(Result, AnErrorHasItsMessageAndNoValue)
 {
     const Result<Package> result{ErrorResult("exactly this")};
     EXPECT_FALSE(static_cast<bool>(result));
@@ -44,7 +44,7 @@ TEST(Result, AnErrorTellsItsMessageAndHasNoValue)
     EXPECT_EQ(result.GetError(), "exactly this") << "still usable after the failed access";
 }
 
-TEST(Result, ASuccessGivesItsValue)
+TEST(Result, ASuccessHasItsValue)
 {
     const Result<std::string> result{SuccessResult<std::string>("value")};
     EXPECT_TRUE(static_cast<bool>(result));
@@ -54,7 +54,7 @@ TEST(Result, ASuccessGivesItsValue)
     EXPECT_EQ(MessageOf<std::bad_variant_access>([&] { result.GetError(); }), wrongAlternative);
 }
 
-TEST(Result, AnEmptyMessageIsAnErrorToo)
+TEST(Result, AnErrorMayHaveAnEmptyMessage)
 {
     const Result<Operation> result{ErrorResult("")};
     EXPECT_TRUE(result.HasError());
@@ -71,7 +71,7 @@ TEST(Result, ACopyOutlivesTheFirstHandleAndSharesItsValue)
     EXPECT_EQ(copy.Get(), "value");
 }
 
-TEST(Result, TheValueIsSharedWithTheObjectItWasMadeFrom)
+TEST(Result, TheValueIsSharedWithTheObjectItWasConstructedFrom)
 {
     const Package package("id", "1", "", "", {});
     const SuccessResult<Package> success(package);

@@ -15,8 +15,8 @@ class Subscription : public ConnectionTest
 protected:
     void Installed(const std::string& id) { proxy->PackageInstalled(MakePackage(id)); }
 
-    /// Notes the call under this name.
-    PackageCallback Note(const std::string& name)
+    /// Records each call under this name.
+    PackageCallback Record(const std::string& name)
     {
         return [this, name](const Package&) { calls.push_back(name); };
     }
@@ -26,29 +26,29 @@ protected:
     EventSubscription first, second, third;
 };
 
-TEST_F(Subscription, IDsBeginWithOneAndAreNeverUsedAgain)
+TEST_F(Subscription, IDsStartAtOneAndAreNeverReused)
 {
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("first"));
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("first"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     EXPECT_EQ(first.GetID(), 1U);
     EXPECT_EQ(second.GetID(), 2U);
     connection.UnsubscribeFromEvent(first);
-    third = connection.SubscribeToEvent(EventType::PackageInstalled, Note("third"));
+    third = connection.SubscribeToEvent(EventType::PackageInstalled, Record("third"));
     EXPECT_EQ(third.GetID(), 3U);
     Installed("a");
     EXPECT_EQ(calls, (Strings{"second", "third"}));
 }
 
-TEST_F(Subscription, OperationStatusChangedWantsTheOperationForm)
+TEST_F(Subscription, OperationStatusChangedTakesOnlyAnOperationCallback)
 {
     EXPECT_EQ(MessageOf<std::logic_error>([&] {
-                  connection.SubscribeToEvent(EventType::OperationStatusChanged, Note(""));
+                  connection.SubscribeToEvent(EventType::OperationStatusChanged, Record(""));
               }),
               "Attempt to subscribe to the EventType::OperationStatusChanged event using a "
               "function with a signature other than std::function<void(const Operation &)>");
 }
 
-TEST_F(Subscription, EveryOtherTypeWantsThePackageForm)
+TEST_F(Subscription, EveryOtherTypeTakesOnlyAPackageCallback)
 {
     const std::vector<std::pair<int, std::string>> names = {
         {0, "EventType::PackageInstalled"},
@@ -67,27 +67,27 @@ TEST_F(Subscription, EveryOtherTypeWantsThePackageForm)
     }
 }
 
-TEST_F(Subscription, ARefusedOneTakesNoID)
+TEST_F(Subscription, ARefusedSubscriptionUsesNoID)
 {
-    EXPECT_THROW(connection.SubscribeToEvent(EventType::OperationStatusChanged, Note("")),
+    EXPECT_THROW(connection.SubscribeToEvent(EventType::OperationStatusChanged, Record("")),
                  std::logic_error);
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("first"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("first"));
     EXPECT_EQ(first.GetID(), 1U);
 }
 
-TEST_F(Subscription, AnUnknownTypeIsTakenAndNeverCalled)
+TEST_F(Subscription, AnUnknownTypeIsAcceptedAndNeverCalled)
 {
-    first = connection.SubscribeToEvent(static_cast<EventType>(7), Note("first"));
+    first = connection.SubscribeToEvent(static_cast<EventType>(7), Record("first"));
     EXPECT_EQ(first.GetID(), 1U);
     Installed("a");
     EXPECT_TRUE(calls.empty());
 }
 
-TEST_F(Subscription, EachTypeIsCalledForItsOwnEventOnly)
+TEST_F(Subscription, EachTypeIsCalledOnlyForItsOwnEvent)
 {
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("installed"));
-    second = connection.SubscribeToEvent(EventType::PackageUpgraded, Note("upgraded"));
-    third = connection.SubscribeToEvent(EventType::PackageRemoved, Note("removed"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("installed"));
+    second = connection.SubscribeToEvent(EventType::PackageUpgraded, Record("upgraded"));
+    third = connection.SubscribeToEvent(EventType::PackageRemoved, Record("removed"));
     Installed("a");
     proxy->PackageUpgraded(MakePackage("a", "2"));
     proxy->PackageRemoved("a");
@@ -97,23 +97,23 @@ TEST_F(Subscription, EachTypeIsCalledForItsOwnEventOnly)
 
 TEST_F(Subscription, SubscribersAreCalledInTheOrderOfSubscription)
 {
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("first"));
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
-    third = connection.SubscribeToEvent(EventType::PackageInstalled, Note("third"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("first"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    third = connection.SubscribeToEvent(EventType::PackageInstalled, Record("third"));
     Installed("a");
     EXPECT_EQ(calls, (Strings{"first", "second", "third"}));
 }
 
-TEST_F(Subscription, ADiscardedHandleEndsItAtOnce)
+TEST_F(Subscription, DiscardingTheHandleUnsubscribesAtOnce)
 {
-    connection.SubscribeToEvent(EventType::PackageInstalled, Note("discarded"));
+    connection.SubscribeToEvent(EventType::PackageInstalled, Record("discarded"));
     Installed("a");
     EXPECT_TRUE(calls.empty());
 }
 
 TEST_F(Subscription, LivesAsLongAsTheLastCopyOfItsHandle)
 {
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("called"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("called"));
     second = first;
     first = EventSubscription();
     Installed("a");
@@ -122,9 +122,9 @@ TEST_F(Subscription, LivesAsLongAsTheLastCopyOfItsHandle)
     EXPECT_EQ(calls, (Strings{"called"}));
 }
 
-TEST_F(Subscription, EndingItTwiceOrEndingNoneIsHarmless)
+TEST_F(Subscription, UnsubscribingTwiceOrWithADefaultHandleIsHarmless)
 {
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("first"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("first"));
     connection.UnsubscribeFromEvent(EventSubscription());
     Installed("a");
     connection.UnsubscribeFromEvent(first);
@@ -142,27 +142,27 @@ TEST_F(Subscription, ADefaultHandleHasIDZeroAndNeverLogs)
               "");
 }
 
-TEST_F(Subscription, TheEndOfAHandleActsOnTheProcessWideConnection)
+TEST_F(Subscription, DestroyingAHandleActsOnTheProcessWideConnection)
 {
     DaemonConnection own;
-    first = connection.SubscribeToEvent(EventType::PackageInstalled, Note("shared"));
-    second = own.SubscribeToEvent(EventType::PackageInstalled, Note("own"));
+    first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("shared"));
+    second = own.SubscribeToEvent(EventType::PackageInstalled, Record("own"));
     ASSERT_EQ(first.GetID(), second.GetID());
     second = EventSubscription();
     Installed("a");
     EXPECT_EQ(calls, (Strings{"own"}));
 }
 
-TEST_F(Subscription, AnEmptyCallbackOfTheRightFormThrowsAtItsEvent)
+TEST_F(Subscription, AnEmptyCallbackThrowsWhenItsEventIsDelivered)
 {
     first = connection.SubscribeToEvent(EventType::PackageInstalled, PackageCallback());
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     EXPECT_THROW(Installed("a"), std::bad_function_call);
-    EXPECT_TRUE(calls.empty()) << "it ends the delivery";
+    EXPECT_TRUE(calls.empty()) << "the exception ends the delivery";
     EXPECT_TRUE(static_cast<bool>(connection.GetPackage("a"))) << "the snapshot has changed";
 }
 
-TEST_F(Subscription, AThrowingCallbackEndsItsDeliveryAndNoLaterOne)
+TEST_F(Subscription, AThrowingCallbackEndsOnlyThatDelivery)
 {
     bool fail = true;
     first = connection.SubscribeToEvent(EventType::PackageInstalled,
@@ -171,7 +171,7 @@ TEST_F(Subscription, AThrowingCallbackEndsItsDeliveryAndNoLaterOne)
                                                 throw std::runtime_error("callback");
                                             }
                                         }));
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     EXPECT_THROW(Installed("a"), std::runtime_error);
     EXPECT_TRUE(static_cast<bool>(connection.GetPackage("a")));
     fail = false;
@@ -192,7 +192,7 @@ TEST_F(Subscription, ACallbackMayUnsubscribeItself)
     EXPECT_EQ(calls, (Strings{"x"}));
 }
 
-TEST_F(Subscription, ACallbackMayDropItsOwnHandle)
+TEST_F(Subscription, ACallbackMayReleaseItsOwnHandle)
 {
     first = connection.SubscribeToEvent(EventType::PackageInstalled,
                                         PackageCallback([&](const Package&) {
@@ -204,23 +204,23 @@ TEST_F(Subscription, ACallbackMayDropItsOwnHandle)
     EXPECT_EQ(calls, (Strings{"called"}));
 }
 
-TEST_F(Subscription, OneRemovedDuringADeliveryIsNotCalledAnyMoreInIt)
+TEST_F(Subscription, ASubscriberRemovedDuringADeliveryIsNoLongerCalled)
 {
     first = connection.SubscribeToEvent(
         EventType::PackageInstalled,
         PackageCallback([&](const Package&) { second = EventSubscription(); }));
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
-    third = connection.SubscribeToEvent(EventType::PackageInstalled, Note("third"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    third = connection.SubscribeToEvent(EventType::PackageInstalled, Record("third"));
     Installed("a");
     EXPECT_EQ(calls, (Strings{"third"}));
 }
 
-TEST_F(Subscription, OneAddedDuringADeliveryIsFirstCalledAtTheNextEvent)
+TEST_F(Subscription, ASubscriberAddedDuringADeliveryIsFirstCalledForTheNextEvent)
 {
     first = connection.SubscribeToEvent(
         EventType::PackageInstalled, PackageCallback([&](const Package& package) {
             if (package.GetID() == "a") {
-                second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("added"));
+                second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("added"));
             }
         }));
     Installed("a");
@@ -229,23 +229,23 @@ TEST_F(Subscription, OneAddedDuringADeliveryIsFirstCalledAtTheNextEvent)
     EXPECT_EQ(calls, (Strings{"added"}));
 }
 
-TEST_F(Subscription, OneAddedInADeliveryNestedInAnotherIsNotCalledInTheOuterOne)
+TEST_F(Subscription, ASubscriberAddedInANestedDeliveryIsNotCalledInTheOuterOne)
 {
     first = connection.SubscribeToEvent(
         EventType::PackageInstalled, PackageCallback([&](const Package& package) {
             if (package.GetID() == "outer") {
                 Installed("inner");
             } else {
-                second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("added"));
+                second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("added"));
                 third = EventSubscription();
             }
         }));
-    third = connection.SubscribeToEvent(EventType::PackageInstalled, Note("removed"));
+    third = connection.SubscribeToEvent(EventType::PackageInstalled, Record("removed"));
     Installed("outer");
     EXPECT_TRUE(calls.empty());
 }
 
-TEST_F(Subscription, ACallbackMayDropTheLastHandleOfItsConnection)
+TEST_F(Subscription, ACallbackMayReleaseTheLastHandleOfItsConnection)
 {
     std::optional<DaemonConnection> own;
     own.emplace();
@@ -253,10 +253,10 @@ TEST_F(Subscription, ACallbackMayDropTheLastHandleOfItsConnection)
                                       own.reset();
                                       calls.push_back("first");
                                   }));
-    second = own->SubscribeToEvent(EventType::PackageInstalled, Note("second"));
+    second = own->SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     Installed("a");
     Installed("b");
-    EXPECT_EQ(calls, (Strings{"first"})) << "nobody is called when the connection has gone";
+    EXPECT_EQ(calls, (Strings{"first"})) << "nobody is called after the connection is destroyed";
 }
 
 TEST_F(Subscription, ACallbackMayQueryAndCommand)
@@ -272,9 +272,9 @@ TEST_F(Subscription, ACallbackMayQueryAndCommand)
     EXPECT_EQ(calls, (Strings{"new", "a"}));
 }
 
-TEST_F(Subscription, WhatARemovedCallbackHoldsMayUnsubscribeWhenItGoes)
+TEST_F(Subscription, ARemovedCallbackMayHoldAHandleThatUnsubscribesOnDestruction)
 {
-    second = connection.SubscribeToEvent(EventType::PackageInstalled, Note("second"));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     auto holder = std::make_shared<EventSubscription>(second);
     second = EventSubscription();
     first = connection.SubscribeToEvent(EventType::PackageInstalled,

@@ -18,7 +18,7 @@ protected:
 
 using CopyingFile = CopyTest;
 
-TEST_F(CopyingFile, TakesContentPermissionsAndAttributesAndMakesTheDirectoriesAbove)
+TEST_F(CopyingFile, CopiesContentPermissionsAndAttributesAndCreatesParentDirectories)
 {
     MakeFile("source", std::string("a\0b", 3));
     fs::permissions(At("source"), static_cast<fs::perms>(0751));
@@ -41,7 +41,7 @@ TEST_F(CopyingFile, FollowsALink)
     EXPECT_EQ(ContentOf(At("copy")), "content");
 }
 
-TEST_F(CopyingFile, WhatIsNoRegularFileIsRefusedWithoutALine)
+TEST_F(CopyingFile, AnythingButARegularFileIsRefusedWithoutALogLine)
 {
     fs::create_directory(At("directory"));
     EXPECT_EQ(LogOf([&] {
@@ -56,7 +56,7 @@ TEST_F(CopyingFile, WhatIsNoRegularFileIsRefusedWithoutALine)
     EXPECT_FALSE(fs::exists(At("copy")));
 }
 
-TEST_F(CopyingFile, OntoSomethingFailsAndLeavesNeitherOldNorNew)
+TEST_F(CopyingFile, OntoAnExistingFileFailsAndRemovesThatFile)
 {
     MakeFile("source");
     MakeFile("destination", "old");
@@ -70,14 +70,14 @@ TEST_F(CopyingFile, OntoSomethingFailsAndLeavesNeitherOldNorNew)
     EXPECT_TRUE(fs::exists(At("source")));
 }
 
-TEST_F(CopyingFile, OntoItselfLosesIt)
+TEST_F(CopyingFile, OntoItselfRemovesTheFile)
 {
     MakeFile("source");
     EXPECT_THROW(LogOf([&] { CopyFile(At("source"), At("source")); }), Error);
     EXPECT_FALSE(fs::exists(At("source")));
 }
 
-TEST_F(CopyingFile, ACleanUpThatFailsIsOneMoreLine)
+TEST_F(CopyingFile, AFailedCleanUpIsLoggedWithItsCause)
 {
     MakeFile("source");
     fs::create_directories(At("closed"));
@@ -105,7 +105,7 @@ TEST_F(CopyingFile, OnAFullFilesystemLeavesNothing)
     getrlimit(RLIMIT_FSIZE, &before);
     rlimit limited = before;
     limited.rlim_cur = 4096;
-    // The log goes through a file too, but it is short.
+    // The captured log is a file too, but a short one.
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
     std::string log;
     log = LogOf([&] {
@@ -132,7 +132,7 @@ TEST_F(CopyingFile, AnUnreadableSourceLeavesNothing)
 
 using CopyingSymlink = CopyTest;
 
-TEST_F(CopyingSymlink, InTheSameDirectoryIsCreatedAgain)
+TEST_F(CopyingSymlink, WithATargetInItsDirectoryIsCopiedAsALink)
 {
     for (const char* text : {"lib.so.1", "name/other"}) {
         fs::create_symlink(text, At("link"));
@@ -143,7 +143,7 @@ TEST_F(CopyingSymlink, InTheSameDirectoryIsCreatedAgain)
     }
 }
 
-TEST_F(CopyingSymlink, ThatLeavesItsDirectoryBecomesAFile)
+TEST_F(CopyingSymlink, WithATargetElsewhereBecomesAFile)
 {
     MakeFile("target");
     fs::create_directory(At("d"));
@@ -160,7 +160,7 @@ TEST_F(CopyingSymlink, ThatLeavesItsDirectoryBecomesAFile)
     }
 }
 
-TEST_F(CopyingSymlink, ThatCannotBeCreatedFallsBackToTheContent)
+TEST_F(CopyingSymlink, FallsBackToTheContentIfTheLinkCannotBeCreated)
 {
     MakeFile("target");
     fs::create_symlink("target", At("link"));
@@ -178,14 +178,14 @@ TEST_F(CopyingSymlink, ThatCannotBeCreatedFallsBackToTheContent)
     EXPECT_FALSE(fs::exists(At("destination")));
 }
 
-TEST_F(CopyingSymlink, WhatIsNoLinkIsRefused)
+TEST_F(CopyingSymlink, AnythingButALinkIsRefused)
 {
     MakeFile("file");
     ExpectFailure([&] { CopySymlink(At("file"), At("copy")); },
                   "Attempt to copy symlink, but " + Text("file") + " is not symlink");
 }
 
-TEST_F(CopyingSymlink, OutOfTheDirectoryToNothingIsNoRegularFile)
+TEST_F(CopyingSymlink, WithAMissingTargetElsewhereIsRefused)
 {
     fs::create_symlink("../nowhere", At("link"));
     LogOf([&] {
@@ -196,7 +196,7 @@ TEST_F(CopyingSymlink, OutOfTheDirectoryToNothingIsNoRegularFile)
 
 using Copying = CopyTest;
 
-TEST_F(Copying, AMissingSourceAndADanglingLinkDontExist)
+TEST_F(Copying, AMissingSourceOrADanglingLinkIsReportedAsMissing)
 {
     fs::create_symlink("nowhere", At("dangling"));
     for (const char* name : {"missing", "dangling"}) {
@@ -216,7 +216,7 @@ TEST_F(Copying, NeverOverwrites)
     EXPECT_EQ(ContentOf(At("destination")), "old");
 }
 
-TEST_F(Copying, WhatCannotBeCopiedIsSaid)
+TEST_F(Copying, AnUnsupportedEntryIsNamed)
 {
     MakeSocket("socket");
     ASSERT_EQ(mkfifo(Text("fifo").c_str(), 0600), 0);
@@ -236,7 +236,7 @@ TEST_F(Copying, ALinkToADirectoryIsCopiedAsALink)
     EXPECT_EQ(fs::read_symlink(At("copy")), "directory");
 }
 
-TEST_F(Copying, ALinkThatLoopsEndsWithAnError)
+TEST_F(Copying, ALinkLoopIsAnError)
 {
     fs::create_symlink("loop", At("loop"));
     const std::string log = LogOf([&] {
@@ -249,7 +249,7 @@ TEST_F(Copying, ALinkThatLoopsEndsWithAnError)
 
 using CopyingDirectory = CopyTest;
 
-TEST_F(CopyingDirectory, TakesTheWholeTree)
+TEST_F(CopyingDirectory, CopiesTheWholeTree)
 {
     fs::create_directories(At("tree/empty"));
     fs::create_directories(At("tree/a/b"));
@@ -265,7 +265,7 @@ TEST_F(CopyingDirectory, TakesTheWholeTree)
     EXPECT_EQ(fs::read_symlink(At("x/copy/a/link")), "file");
 }
 
-TEST_F(CopyingDirectory, TakesADeepTree)
+TEST_F(CopyingDirectory, CopiesADeepTree)
 {
     fs::path path = At("tree");
     for (int depth = 0; depth < 200; ++depth) {
@@ -276,7 +276,7 @@ TEST_F(CopyingDirectory, TakesADeepTree)
     EXPECT_TRUE(fs::is_directory(At("copy") / path.lexically_relative(At("tree"))));
 }
 
-TEST_F(CopyingDirectory, WhatIsNoDirectoryIsRefused)
+TEST_F(CopyingDirectory, AnythingButADirectoryIsRefused)
 {
     MakeFile("file");
     ExpectFailure([&] { CopyDirectory(At("file"), At("copy")); },
@@ -284,7 +284,7 @@ TEST_F(CopyingDirectory, WhatIsNoDirectoryIsRefused)
     EXPECT_FALSE(fs::exists(At("copy")));
 }
 
-TEST_F(CopyingDirectory, AFailureDeepInTheTreeRemovesTheWholeCopyAndTheCauseIsNotLoggedHere)
+TEST_F(CopyingDirectory, AFailureDeepInTheTreeRemovesTheWholeCopyAndLogsNothing)
 {
     fs::create_directories(At("tree/a/b"));
     MakeFile("tree/file");
@@ -298,7 +298,7 @@ TEST_F(CopyingDirectory, AFailureDeepInTheTreeRemovesTheWholeCopyAndTheCauseIsNo
     EXPECT_TRUE(fs::exists(At("tree/file")));
 }
 
-TEST_F(CopyingDirectory, AClashRemovesTheWholeDestination)
+TEST_F(CopyingDirectory, ANameConflictRemovesTheWholeDestination)
 {
     fs::create_directories(At("tree"));
     MakeFile("tree/name");
@@ -314,7 +314,7 @@ TEST_F(CopyingDirectory, AClashRemovesTheWholeDestination)
     EXPECT_FALSE(fs::exists(At("destination")));
 }
 
-TEST_F(CopyingDirectory, ADestinationWithoutAClashIsAddedTo)
+TEST_F(CopyingDirectory, ADestinationWithoutANameConflictIsExtended)
 {
     fs::create_directories(At("tree"));
     MakeFile("tree/name");
@@ -325,7 +325,7 @@ TEST_F(CopyingDirectory, ADestinationWithoutAClashIsAddedTo)
     EXPECT_EQ(ContentOf(At("destination/name")), "content");
 }
 
-TEST_F(CopyingDirectory, ACleanUpThatFailsIsOneLine)
+TEST_F(CopyingDirectory, AFailedCleanUpIsLogged)
 {
     fs::create_directories(At("tree"));
     MakeFile("tree/file");
@@ -361,7 +361,7 @@ TEST_F(CopyingDirectory, IntoItselfIsRefusedBeforeAnythingIsTouched)
     EXPECT_EQ(ReadDirectory(At("tree"), Recursive).size(), 2U);
 }
 
-TEST_F(CopyingDirectory, BesideItselfWithALongerNameIsNotInsideItself)
+TEST_F(CopyingDirectory, ToASiblingWithALongerNameIsNotIntoItself)
 {
     fs::create_directories(At("tree"));
     MakeFile("tree/file");
@@ -369,7 +369,7 @@ TEST_F(CopyingDirectory, BesideItselfWithALongerNameIsNotInsideItself)
     EXPECT_TRUE(fs::exists(At("tree-copy/file")));
 }
 
-TEST_F(CopyingDirectory, ADanglingLinkInItFailsTheReading)
+TEST_F(CopyingDirectory, ADanglingLinkInTheTreeIsAFailure)
 {
     fs::create_directories(At("tree"));
     fs::create_symlink("nowhere", At("tree/dangling"));
@@ -382,7 +382,7 @@ TEST_F(CopyingDirectory, ADanglingLinkInItFailsTheReading)
     EXPECT_FALSE(fs::exists(At("copy")));
 }
 
-TEST_F(CopyingDirectory, ALinkThatLoopsWhereItShouldGoEndsWithAnError)
+TEST_F(CopyingDirectory, ALinkLoopInTheDestinationIsAnError)
 {
     fs::create_directories(At("tree"));
     fs::create_symlink("loop", At("loop"));

@@ -11,7 +11,7 @@ using namespace FsTest;
 class Entries : public FsTestBase
 {
 protected:
-    /// The action logs one cause and throws this message.
+    /// Expects the action to log one cause and to throw this message.
     template <typename Action>
     void ExpectLoggedFailure(Action action, const std::string& message)
     {
@@ -23,7 +23,7 @@ protected:
     std::string Text(const char* name) const { return (Root() / name).native(); }
 };
 
-TEST_F(Entries, RemovingTakesATreeAndAMissingEntryIsNoFailure)
+TEST_F(Entries, RemovingDeletesATreeAndIgnoresAMissingEntry)
 {
     fs::create_directories(Root() / "tree" / "a" / "b");
     MakeFile("tree/a/file");
@@ -54,21 +54,21 @@ TEST_F(Entries, AFailureToRemoveIsLoggedAndThrown)
     fs::permissions(Root() / "closed", fs::perms::owner_all);
 }
 
-TEST_F(Entries, DirectoriesAreMadeWithTheirParentsAndMayBeThere)
+TEST_F(Entries, DirectoriesAreCreatedWithTheirParentsAndMayExist)
 {
     CreateDirectories(Root() / "a" / "b");
     CreateDirectories(Root() / "a" / "b");
     EXPECT_TRUE(fs::is_directory(Root() / "a" / "b"));
 }
 
-TEST_F(Entries, AFailureToMakeADirectoryIsLoggedAndThrown)
+TEST_F(Entries, AFailureToCreateADirectoryIsLoggedAndThrown)
 {
     MakeFile("file");
     ExpectLoggedFailure([&] { CreateDirectories(Root() / "file" / "a"); },
                         "Couldn't create directory: " + Text("file/a"));
 }
 
-TEST_F(Entries, ALinksTextIsReadUnresolved)
+TEST_F(Entries, TheTargetOfALinkIsReadUnresolved)
 {
     fs::create_symlink("../some/./where", Root() / "link");
     EXPECT_EQ(ReadSymlink(Root() / "link").native(), "../some/./where");
@@ -77,7 +77,7 @@ TEST_F(Entries, ALinksTextIsReadUnresolved)
                         "Couldn't read symlink: " + Text("file"));
 }
 
-TEST_F(Entries, MovingMakesTheParentsAndReplacesAFile)
+TEST_F(Entries, MovingCreatesTheParentsAndReplacesAFile)
 {
     MakeFile("from", "new");
     fs::create_directories(Root() / "a");
@@ -94,7 +94,7 @@ TEST_F(Entries, AFailureToMoveIsLoggedAndThrown)
                         "Couldn't move " + Text("missing") + " to " + Text("to"));
 }
 
-TEST_F(Entries, LinksAreMadeWithTheirParents)
+TEST_F(Entries, LinksAreCreatedWithTheirParents)
 {
     MakeFile("file");
     CreateSymlink("../file", Root() / "a" / "symlink");
@@ -103,7 +103,7 @@ TEST_F(Entries, LinksAreMadeWithTheirParents)
     EXPECT_EQ(fs::hard_link_count(Root() / "file"), 2U);
 }
 
-TEST_F(Entries, ALinkWhereSomethingIsFailsWithASuffixAndLogsNothing)
+TEST_F(Entries, ALinkOverAnExistingEntryFailsWithASuffixAndLogsNothing)
 {
     MakeFile("file");
     EXPECT_EQ(LogOf([&] {
@@ -117,14 +117,14 @@ TEST_F(Entries, ALinkWhereSomethingIsFailsWithASuffixAndLogsNothing)
               "");
 }
 
-TEST_F(Entries, ALinkWhereADanglingOneIsFailsWithoutTheSuffix)
+TEST_F(Entries, ALinkOverADanglingLinkFailsWithoutTheSuffix)
 {
     fs::create_symlink("nowhere", Root() / "dangling");
     ExpectLoggedFailure([&] { CreateSymlink("x", Root() / "dangling"); },
                         "Couldn't create symlink " + Text("dangling") + " pointing to x");
 }
 
-TEST_F(Entries, ALinkWhereOneLoopsIsLoggedTwice)
+TEST_F(Entries, ALinkOverALinkLoopIsLoggedTwice)
 {
     fs::create_symlink("loop", Root() / "loop");
     const std::string log = LogOf([&] {
@@ -134,7 +134,7 @@ TEST_F(Entries, ALinkWhereOneLoopsIsLoggedTwice)
     EXPECT_EQ(Lines(log), 2) << log;
 }
 
-TEST_F(Entries, AHardLinkToNothingIsLoggedAndThrown)
+TEST_F(Entries, AHardLinkToAMissingFileIsLoggedAndThrown)
 {
     ExpectLoggedFailure([&] { CreateHardlink(Root() / "missing", Root() / "link"); },
                         "Couldn't create hardlink " + Text("link") + " pointing to " +
@@ -175,7 +175,7 @@ TEST_F(Reading, OrdersByTimeOldestFirst)
               (std::vector<fs::path>{Root() / "b", Root() / "a", Root() / "c"}));
 }
 
-TEST_F(Reading, ADanglingLinkAmongTheEntriesIsAFailureWithoutOrderingToo)
+TEST_F(Reading, ADanglingLinkIsAFailureEvenWithoutOrdering)
 {
     MakeFile("file");
     fs::create_symlink("nowhere", Root() / "dangling");
@@ -189,7 +189,7 @@ TEST_F(Reading, AMissingDirectoryIsAFailure)
                         "Couldn't read directory: " + Text("missing"));
 }
 
-TEST_F(Reading, TakesAThousandEntriesAndEveryName)
+TEST_F(Reading, ListsAThousandEntriesAndOddNames)
 {
     for (int number = 0; number < 1000; ++number) {
         MakeFile(std::to_string(number), "");

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// What is done before the nth call of a function, from 1.
+/// Actions that run before the nth call of a function, counted from 1.
 std::map<int, std::function<void()>> beforeGet;
 std::map<int, std::function<void()>> beforeList;
 int gets = 0;
@@ -26,7 +26,7 @@ void Before(std::map<int, std::function<void()>>& actions, int& calls)
 
 } // namespace
 
-// The linker leads the calls of these two functions here.
+// The linker redirects calls of these two functions here.
 extern "C" ssize_t __real_getxattr(const char*, const char*, void*, size_t);
 extern "C" ssize_t __real_listxattr(const char*, char*, size_t);
 
@@ -74,7 +74,7 @@ protected:
     const fs::path file = MakeFile("file");
 };
 
-TEST_F(Attributes, AnEntryWithoutAnyHasNoneAfterTwoCalls)
+TEST_F(Attributes, AnEntryWithoutAttributesIsReadWithTwoCalls)
 {
     EXPECT_TRUE(GetExtendedAttributes(file).empty());
     EXPECT_EQ(lists, 2);
@@ -110,7 +110,7 @@ TEST_F(Attributes, AnEmptyValueIsReadWithTwoCallsAndNeverWritten)
     EXPECT_NO_THROW(SetExtendedAttribute(Root() / "missing", "user.empty", ""));
 }
 
-/// With empty values, so that they fit filesystems that have one block for all of them.
+/// Uses empty values, because some filesystems store all attributes in one block.
 TEST_F(Attributes, TwoHundredAreRead)
 {
     for (int number = 0; number < 200; ++number) {
@@ -143,7 +143,7 @@ TEST_F(Attributes, TheLargestValueOfTheFilesystemIsReadWhole)
     EXPECT_EQ(GetExtendedAttribute(file, "user.large"), value);
 }
 
-TEST_F(Attributes, WritingReplaces)
+TEST_F(Attributes, WritingReplacesTheValue)
 {
     SetExtendedAttribute(file, "user.a", "old value");
     SetExtendedAttribute(file, "user.a", "new");
@@ -156,7 +156,7 @@ TEST_F(Attributes, ReadingFollowsALinkAndWritingDoesNot)
     fs::create_symlink("file", Root() / "link");
     EXPECT_EQ(GetExtendedAttribute(Root() / "link", "user.a"), "target's");
     EXPECT_EQ(GetExtendedAttributes(Root() / "link").size(), 1U);
-    // A link takes no attributes of the user's namespace, and its target must not get them.
+    // A symlink cannot have attributes of the user namespace, and its target must not get them.
     ExpectFailure([&] { SetExtendedAttribute(Root() / "link", "user.b", "x"); },
                   "Couldn't attach user.b extended attribute to " + (Root() / "link").native());
     EXPECT_EQ(GetExtendedAttributes(file).size(), 1U);
@@ -167,7 +167,7 @@ TEST_F(Attributes, ReadingFollowsALinkAndWritingDoesNot)
     }
 }
 
-TEST_F(Attributes, AMissingOneIsAFailureOfTheSizeAndNothingIsLogged)
+TEST_F(Attributes, AMissingOneFailsWhenItsSizeIsReadAndLogsNothing)
 {
     EXPECT_EQ(LogOf([&] {
                   ExpectFailure([&] { GetExtendedAttribute(file, "user.none"); },
@@ -183,8 +183,8 @@ TEST_F(Attributes, AMissingOneIsAFailureOfTheSizeAndNothingIsLogged)
               "");
 }
 
-/// Every filesystem that is always at hand has some, so the system's refusal is played.
-TEST_F(Attributes, AFilesystemWithoutAnyFailsAtTheSizeOfTheList)
+/// Filesystems without attributes are not always available, so the system's refusal is simulated.
+TEST_F(Attributes, AFilesystemWithoutAttributesFailsAtTheSizeOfTheList)
 {
     unsupported = true;
     ExpectFailure([&] { GetExtendedAttributes(file); },
@@ -201,7 +201,7 @@ TEST_F(Attributes, AValueThatGrowsBetweenTheTwoCallsIsAFailure)
     EXPECT_EQ(gets, 2) << "no second attempt";
 }
 
-TEST_F(Attributes, AValueThatShrinksBetweenTheTwoCallsIsFilledUpWithZeroBytes)
+TEST_F(Attributes, AValueThatShrinksBetweenTheTwoCallsIsPaddedWithZeroBytes)
 {
     Set("user.a", "long value");
     beforeGet[2] = [&] { Set("user.a", "ab"); };

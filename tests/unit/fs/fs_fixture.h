@@ -35,7 +35,7 @@ std::string LogOf(Action action)
     return TestSupport::OutputOf(action);
 }
 
-/// The action throws a filesystem error with this message.
+/// Expects the action to throw a filesystem error with this message.
 template <typename Action>
 void ExpectFailure(Action action, const std::string& message)
 {
@@ -48,8 +48,8 @@ void ExpectFailure(Action action, const std::string& message)
     }
 }
 
-/// Drops root's right to do everything, for tests of what is forbidden. The tree at `root` is given
-/// to that user.
+/// Drops root's privileges while it lives, for tests of denied access. The unprivileged user becomes
+/// the owner of the tree at `root`.
 class AsNobody
 {
 public:

@@ -11,7 +11,7 @@ class Paths : public FsTestBase
 {
 };
 
-TEST_F(Paths, TheRootIsTheVariablesValueAsItIs)
+TEST_F(Paths, TheRootIsTheVariablesValueUnchanged)
 {
     unsetenv("KVD_ROOT_FS");
     EXPECT_EQ(GetRootPath(), "/");
@@ -22,7 +22,7 @@ TEST_F(Paths, TheRootIsTheVariablesValueAsItIs)
     unsetenv("KVD_ROOT_FS");
 }
 
-TEST_F(Paths, TheHomeIsTheVariablesValueAsItIs)
+TEST_F(Paths, TheHomeIsTheVariablesValueUnchanged)
 {
     for (const char* value : {"/home/somebody", "relative", ""}) {
         setenv("HOME", value, 1);
@@ -30,20 +30,20 @@ TEST_F(Paths, TheHomeIsTheVariablesValueAsItIs)
     }
 }
 
-TEST_F(Paths, WithoutHomeThereIsNoHome)
+TEST_F(Paths, AnUnsetHomeIsAFailure)
 {
     unsetenv("HOME");
     ExpectFailure([] { GetHomePath(); }, "Couldn't locate current user home directory");
 }
 
-TEST_F(Paths, TheTemporaryDirectoryIsTheOneOfTheEnvironment)
+TEST_F(Paths, TheTemporaryDirectoryComesFromTheEnvironment)
 {
     setenv("TMPDIR", Root().c_str(), 1);
     EXPECT_EQ(GetTempDirectoryPath(), Root());
     unsetenv("TMPDIR");
 }
 
-TEST_F(Paths, ATemporaryDirectoryThatIsNoneIsLoggedAndThrown)
+TEST_F(Paths, AMissingTemporaryDirectoryIsLoggedAndThrown)
 {
     setenv("TMPDIR", (Root() / "missing").c_str(), 1);
     const std::string log = LogOf([] {
@@ -54,7 +54,7 @@ TEST_F(Paths, ATemporaryDirectoryThatIsNoneIsLoggedAndThrown)
     unsetenv("TMPDIR");
 }
 
-TEST_F(Paths, AUniquePathReplacesEachPercentSignByAHexadecimalDigit)
+TEST_F(Paths, AUniquePathReplacesEachPercentSignWithAHexadecimalDigit)
 {
     const std::string path = MakeUniquePath("/a-%%%%-b%").native();
     ASSERT_EQ(path.size(), 10U);
@@ -67,13 +67,13 @@ TEST_F(Paths, AUniquePathReplacesEachPercentSignByAHexadecimalDigit)
     EXPECT_EQ(MakeUniquePath("plain").native(), "plain");
 }
 
-// --- tests of an entry -----------------------------------------------------------------------------
+// --- tests of an entry ---
 
 class EntryTests : public FsTestBase
 {
 };
 
-TEST_F(EntryTests, EachKindIsTold)
+TEST_F(EntryTests, EachKindIsRecognised)
 {
     MakeFile("file");
     fs::create_directory(Root() / "directory");
@@ -94,7 +94,7 @@ TEST_F(EntryTests, EachKindIsTold)
     EXPECT_EQ(log, "");
 }
 
-TEST_F(EntryTests, AMissingEntryIsNothingAndNotLogged)
+TEST_F(EntryTests, AMissingEntryIsOfNoKindAndNotLogged)
 {
     const fs::path missing = Root() / "missing" / "entry";
     EXPECT_EQ(LogOf([&] {
@@ -114,7 +114,7 @@ TEST_F(EntryTests, ADanglingLinkIsALinkAndDoesNotExist)
     EXPECT_FALSE(Exists(Root() / "dangling"));
 }
 
-TEST_F(EntryTests, AFailureIsLoggedAndAnsweredWithFalse)
+TEST_F(EntryTests, AFailureIsLoggedAndGivesFalse)
 {
     fs::create_symlink("loop", Root() / "loop");
     const fs::path loop = Root() / "loop" / "entry";
@@ -134,7 +134,7 @@ TEST_F(EntryTests, AnEmptyDirectoryIsEmptyAndOneWithAnEntryIsNot)
     EXPECT_FALSE(IsEmptyDirectory(Root() / "directory"));
 }
 
-TEST_F(EntryTests, WhatIsNoDirectoryCannotBeAnEmptyOne)
+TEST_F(EntryTests, IsEmptyDirectoryThrowsForAnythingButADirectory)
 {
     MakeFile("file");
     for (const char* name : {"file", "missing"}) {
@@ -147,7 +147,7 @@ TEST_F(EntryTests, WhatIsNoDirectoryCannotBeAnEmptyOne)
     }
 }
 
-TEST_F(EntryTests, ADirectoryThatCannotBeReadIsLoggedAndNotEmpty)
+TEST_F(EntryTests, AnUnreadableDirectoryIsLoggedAndNotEmpty)
 {
     fs::create_directory(Root() / "closed");
     fs::permissions(Root() / "closed", fs::perms::owner_write);
@@ -160,7 +160,7 @@ TEST_F(EntryTests, ADirectoryThatCannotBeReadIsLoggedAndNotEmpty)
     EXPECT_EQ(Lines(log), 1);
 }
 
-// --- permissions -----------------------------------------------------------------------------------
+// --- permissions ---
 
 class Permissions : public FsTestBase
 {
@@ -175,14 +175,14 @@ TEST_F(Permissions, AnyBitOfTheMaskIsEnough)
     EXPECT_FALSE(HasPermissions(Root() / "file", fs::perms::none));
 }
 
-TEST_F(Permissions, OnlyARegularFileHasAny)
+TEST_F(Permissions, OnlyARegularFileHasPermissions)
 {
     fs::create_directory(Root() / "directory");
     EXPECT_FALSE(HasPermissions(Root() / "directory", fs::perms::all));
     EXPECT_FALSE(HasPermissions(Root() / "missing", fs::perms::all));
 }
 
-TEST_F(Permissions, AFailureToLookIsLoggedAndThrown)
+TEST_F(Permissions, AFailureToReadThemIsLoggedAndThrown)
 {
     fs::create_symlink("loop", Root() / "loop");
     const std::string log = LogOf([&] {
@@ -193,7 +193,7 @@ TEST_F(Permissions, AFailureToLookIsLoggedAndThrown)
     EXPECT_EQ(Lines(log), 1);
 }
 
-TEST_F(Permissions, SettingReplacesAndFollowsALink)
+TEST_F(Permissions, SettingReplacesThemAndFollowsALink)
 {
     MakeFile("file");
     fs::create_symlink("file", Root() / "link");
@@ -201,7 +201,7 @@ TEST_F(Permissions, SettingReplacesAndFollowsALink)
     EXPECT_EQ(fs::status(Root() / "file").permissions(), fs::perms::owner_read);
 }
 
-TEST_F(Permissions, AFailureToSetIsLoggedAndThrown)
+TEST_F(Permissions, AFailureToSetThemIsLoggedAndThrown)
 {
     const std::string log = LogOf([&] {
         ExpectFailure([&] { SetPermissions(Root() / "missing", fs::perms::all); },
