@@ -63,7 +63,7 @@ std::map<std::string, std::string> SignalsOf(const GDBusInterfaceInfo& interface
     return signals;
 }
 
-/// The annotations that stand for the properties, by the property's name.
+/// Returns the signatures in the annotations that describe the properties, by the property's name.
 std::map<std::string, std::string> AnnotatedPropertiesOf(const GDBusMethodInfo& method)
 {
     const std::string prefix = std::string(Contract::interfaceName) + ".Property.";

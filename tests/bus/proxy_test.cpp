@@ -475,7 +475,7 @@ TEST_F(Stranded, AnIdleLoopNeverWakes)
 class NestedLoop : public Stranded
 {
 protected:
-    /// The callback of PackageRemoved runs a loop of its own, as a dialog does, until `done()`.
+    /// Subscribes a callback of PackageRemoved whose action runs a nested loop, as a dialog does.
     template <typename Action>
     EventSubscription NestIn(const DaemonConnection& connection, Action action)
     {

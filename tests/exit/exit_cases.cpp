@@ -99,7 +99,7 @@ void Main(const std::string& name)
         std::getline(std::cin, line);
     } else if (name == "requested after the library's statics") {
         GetDaemonConnection();
-    } else if (name == "a callback held by the connection holds a handle") {
+    } else if (name == "a callback owns a handle of its connection") {
         oldest = Subscribe(GetDaemonConnection(),
                            [connection = GetDaemonConnection()](const Package&) {});
     } else if (name == "the bus is lost") {

@@ -135,7 +135,7 @@ TEST_F(Exit, AConnectionRequestedAfterTheLibrarysStaticsIsInvalid)
 
 TEST_F(Exit, WithACallbackThatHoldsAHandleOfItsOwnConnection)
 {
-    Begin("a callback held by the connection holds a handle");
+    Begin("a callback owns a handle of its connection");
     ExpectOneConnectionAndItsCache();
 }
 

@@ -389,7 +389,8 @@ TEST_F(Upkeep, ASubscriberSeesTheUpdatedSnapshot)
         }));
     const EventSubscription removed = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([&](const Package& package) {
-            seen.push_back(connection.GetPackage(package.GetID()).HasError() ? "gone" : "there");
+            seen.push_back(connection.GetPackage(package.GetID()).HasError() ? "removed"
+                                                                             : "listed");
         }));
     const EventSubscription status = connection.SubscribeToEvent(
         EventType::OperationStatusChanged, OperationCallback([&](const Operation&) {
@@ -398,7 +399,7 @@ TEST_F(Upkeep, ASubscriberSeesTheUpdatedSnapshot)
     proxy->PackageInstalled(MakePackage("d", "4"));
     proxy->PackageRemoved("d");
     proxy->OperationStatusChanged(MakeOperation("x", 100));
-    EXPECT_EQ(seen, (Strings{"4", "gone", "1"}));
+    EXPECT_EQ(seen, (Strings{"4", "removed", "1"}));
 }
 
 TEST_F(Upkeep, AReturnedListDoesNotChange)

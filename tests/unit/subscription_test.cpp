@@ -256,7 +256,8 @@ TEST_F(Subscription, ACallbackMayReleaseTheLastHandleOfItsConnection)
     second = own->SubscribeToEvent(EventType::PackageInstalled, Record("second"));
     Installed("a");
     Installed("b");
-    EXPECT_EQ(calls, (Strings{"first"})) << "nobody is called after the connection is destroyed";
+    EXPECT_EQ(calls, (Strings{"first"}))
+        << "no subscriber is called after the connection is destroyed";
 }
 
 TEST_F(Subscription, ACallbackMayQueryAndCommand)
