@@ -36,7 +36,7 @@ Row RowOf(const Operation& operation)
 
 /// Keeps the last operation of each UUID: cached operations come before the daemon's own, which are
 /// newer.
-std::vector<Operation> EachOnce(const std::vector<Operation>& operations)
+std::vector<Operation> LatestOfEachUUID(const std::vector<Operation>& operations)
 {
     std::unordered_set<std::string> seen;
     std::vector<Operation> once;
@@ -59,7 +59,7 @@ std::vector<Operation> Select(const DaemonConnection& connection, WhichOperation
         const std::vector<Operation> active = connection.GetActiveOperations();
         operations.insert(operations.end(), active.begin(), active.end());
     }
-    return EachOnce(operations);
+    return LatestOfEachUUID(operations);
 }
 
 /// Paths are made absolute: the daemon has another working directory.
@@ -206,11 +206,12 @@ ExitStatus Watch(const DaemonConnection& connection, const Output& out)
 
 ExitStatus Status(const DaemonConnection& connection, const Output& out)
 {
-    const Json status = {{"architecture", connection.GetArchitecture()},
-                         {"version", connection.GetVeyraVersion()},
-                         {"packages", connection.GetPackageList().size()},
-                         {"active", connection.GetActiveOperations().size()},
-                         {"completed", EachOnce(connection.GetCompletedOperations()).size()}};
+    const Json status = {
+        {"architecture", connection.GetArchitecture()},
+        {"version", connection.GetVeyraVersion()},
+        {"packages", connection.GetPackageList().size()},
+        {"active", connection.GetActiveOperations().size()},
+        {"completed", LatestOfEachUUID(connection.GetCompletedOperations()).size()}};
     if (out.json) {
         out.stream << Line(status) << '\n';
         return ExitStatus::Done;

@@ -39,7 +39,7 @@ ExitStatus Info(const Emporium::DaemonConnection& connection, const Output& out,
                 const std::string& id);
 ExitStatus Operations(const Emporium::DaemonConnection& connection, const Output& out,
                       WhichOperations which);
-/// Creates an operation for each target and follows them to their ends if the options say so.
+/// Creates an operation for each target and, if the options say so, waits until all have ended.
 ExitStatus RunOperations(const Emporium::DaemonConnection& connection, const Output& out,
                          Common::OperationType type, const std::vector<std::string>& targets,
                          const WaitOptions& options);

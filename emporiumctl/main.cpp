@@ -12,7 +12,7 @@ namespace {
 
 using namespace EmporiumCtl;
 
-/// What the command line asks for.
+/// The action that the command line selects.
 using Command = std::function<ExitStatus(const Output&)>;
 
 /// A daemon always reports its architecture: without one, there was no answer.
@@ -53,16 +53,15 @@ public:
         AddOperation("remove", "Remove installed packages", "ID", Common::OperationType::Remove);
         AddLaunch("start", "Start an application", Start);
         AddLaunch("restart", "Restart an application", Restart);
-        m_app.add_subcommand("watch", "Print events as they come, until Ctrl-C")->callback([this] {
-            UseDaemon(Watch);
-        });
+        m_app.add_subcommand("watch", "Print events as they arrive, until Ctrl-C")
+            ->callback([this] { UseDaemon(Watch); });
         AddRest();
         // Last: a subcommand inherits the footer that is set when it is added.
         m_app.footer(
             "Examples:\n"
             "  emporiumctl list --filter calc        packages whose ID contains \"calc\"\n"
-            "  emporiumctl install app.pkg           install, and follow it to its end\n"
-            "  emporiumctl --json watch | jq .event  events, one JSON document a line\n"
+            "  emporiumctl install app.pkg           install, and wait for the end\n"
+            "  emporiumctl --json watch | jq .event  events, one JSON document per line\n"
             "  emporium-simulator --private-bus -- emporiumctl list\n"
             "                                        without a device\n\n"
             "Exit status: 0 done, 1 the operation or command failed, 2 usage, 3 no daemon or bus,\n"
@@ -93,12 +92,12 @@ private:
 
     void AddRest()
     {
-        m_app.add_subcommand("status", "Tell whether the daemon answers, and what it has")
+        m_app.add_subcommand("status", "Show whether the daemon answers, and how much it manages")
             ->callback([this] { UseDaemon(Status); });
 
         auto* const record = m_app.add_subcommand(
             "record", "Write the snapshot and every event to a file, until Ctrl-C");
-        record->add_option("FILE", m_path, "The recording; emporium-simulator --replay plays it")
+        record->add_option("FILE", m_path, "The recording, for emporium-simulator --replay")
             ->required();
         record->callback([this] {
             UseDaemon([this](const auto& connection, const Output&) {
@@ -149,7 +148,7 @@ private:
                       Common::OperationType type)
     {
         auto* const command = m_app.add_subcommand(name, description);
-        command->add_option(target, m_targets, "What to work on")->required();
+        command->add_option(target, m_targets, "The packages")->required();
         command->add_flag_callback(
             "--no-wait", [this] { m_wait.wait = false; },
             "Print the operations' UUIDs and do not wait");

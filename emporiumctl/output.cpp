@@ -43,7 +43,7 @@ private:
 
 constexpr std::size_t gap = 2;
 
-/// In characters: counts the bytes that do not continue one.
+/// The number of characters: counts the bytes that do not continue one.
 std::size_t Length(const std::string& text)
 {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char character) {
@@ -51,7 +51,7 @@ std::size_t Length(const std::string& text)
     }));
 }
 
-/// Cuts to this many characters, the last of which is then an ellipsis.
+/// Cuts the text to this many characters; an ellipsis replaces the last one.
 std::string Shorten(const std::string& text, std::size_t length)
 {
     if (Length(text) <= length) {
@@ -68,7 +68,7 @@ std::string Shorten(const std::string& text, std::size_t length)
     return shortened + "\u2026";
 }
 
-/// As wide as the entries; where the terminal is narrower, the widest column shrinks first.
+/// Columns as wide as their entries. On a narrower terminal, the widest column shrinks first.
 std::vector<std::size_t> Widths(const std::vector<std::vector<std::string>>& rows,
                                 std::size_t columns)
 {

@@ -18,8 +18,8 @@ enum class Colour
     Red
 };
 
-/// Where the program's output goes, and in which form: JSON for programs, or text for people. On a
-/// terminal, text fits the width, has colours unless NO_COLOR is set, and may be redrawn.
+/// The program's output and its form: JSON for programs, or text for people. On a terminal, text fits
+/// the width, has colours unless NO_COLOR is set, and may be redrawn.
 struct Output
 {
     std::ostream& stream;
@@ -42,8 +42,8 @@ Output TakeOverStandardOutput(bool json);
 /// Text from the daemon with control characters written as \xNN.
 std::string Printable(const std::string& text);
 
-/// Prints rows in columns as wide as their widest entry, or narrower where the terminal is. The first
-/// row is the heading.
+/// Prints rows in columns as wide as their widest entry, or narrower to fit the terminal. The first row
+/// is the heading.
 void PrintTable(const Output& out, const std::vector<std::vector<std::string>>& rows);
 
 std::string NameOf(Common::OperationType type);

@@ -15,7 +15,7 @@
 
 namespace EmporiumCtl {
 
-/// Runs the main loop until a condition holds, Ctrl-C, SIGTERM or a timeout.
+/// Runs the main loop until a condition holds, or until Ctrl-C, SIGTERM or a timeout.
 class MainLoop
 {
 public:
@@ -34,7 +34,7 @@ private:
     bool m_interrupted = false;
 };
 
-/// Follows operations to their ends, by events. Subscribes at construction, before operations are
+/// Waits for the end of operations, by events. Subscribes on construction, before operations are
 /// created: an operation may end before the reply that creates it arrives.
 class OperationFollower
 {

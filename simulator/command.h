@@ -13,7 +13,7 @@ namespace Simulator {
 class Command
 {
 public:
-    /// @param ended receives its exit status, 128 + N where the signal N ended it
+    /// @param ended receives its exit status, or 128 + N if signal N terminated it
     /// @throws std::runtime_error when it cannot be started
     Command(const std::vector<std::string>& arguments, const std::string& busAddress,
             std::function<void(int status)> ended);

@@ -60,7 +60,7 @@ private:
             return ReadCatalogue(m_options.catalogue);
         }
         if (m_options.packages != 0) {
-            return MadeUpCatalogue(m_options.packages, m_options.dictionaryEntries);
+            return GeneratedCatalogue(m_options.packages, m_options.dictionaryEntries);
         }
         return BuiltInCatalogue();
     }
@@ -81,7 +81,7 @@ private:
     int RunCommand(Catalogue catalogue)
     {
         const PrivateBus bus;
-        // The command keeps running when the simulator leaves the bus: it may test just that.
+        // The command keeps running when the simulator leaves the bus: it may test exactly that.
         SimulatedDaemon daemon(m_options, std::move(catalogue), bus.Address(), [](int) {});
         Open(daemon);
         if (m_refused) {
@@ -142,7 +142,7 @@ private:
         g_main_loop_quit(m_loop.get());
     }
 
-    // With a command, passes the signal on to it; its end then ends this program.
+    // Passes the signal on to the command if there is one. When the command ends, so does this program.
     gboolean Stop(int number)
     {
         if (m_command) {

@@ -18,9 +18,9 @@ constexpr const char* footer =
       Write a package file that can be installed.
   emporium-simulator --private-bus -- sh -c 'gdbus introspect --session \
           --dest org.velmora.Emporium --object-path /org/velmora/Emporium'
-      Run a command on a bus of its own and end with its exit status.
+      Run a command on a private bus and exit with its status.
   emporium-simulator --scenario failing-install.scenario --private-bus -- ./my-test
-      Rehearse a failure in a test suite.
+      Inject a failure in a test suite.
 
 Exit status: 0 done, 1 failed, 2 usage or a damaged input file, 3 no bus;
 with --private-bus, that of the command (127: it could not be started).)";
@@ -31,12 +31,12 @@ constexpr const char* separator = "--";
 void AddDaemonOptions(CLI::App& app, Options& options)
 {
     auto* const catalogue =
-        app.add_option("--catalogue", options.catalogue, "What the daemon reports at first")
+        app.add_option("--catalogue", options.catalogue, "What the daemon reports initially")
             ->type_name("FILE");
     auto* const state = app.add_option("--state", options.state, "Keep all changes across restarts")
                             ->type_name("DIR");
     auto* const packages =
-        app.add_option("--packages", options.packages, "Make up a catalogue of N packages")
+        app.add_option("--packages", options.packages, "Generate a catalogue of N packages")
             ->type_name("N")
             ->excludes(catalogue);
     app.add_option("--dictionary-entries", options.dictionaryEntries,
@@ -48,18 +48,17 @@ void AddDaemonOptions(CLI::App& app, Options& options)
                    "Milliseconds between the steps (200)")
         ->type_name("N");
     app.add_option("--scenario", options.scenario,
-                   "Carry out the verbs of the control interface in the file")
+                   "Execute the verbs of the control interface in the file")
         ->type_name("FILE");
     app.add_option("--replay", options.replay,
-                   "Play back a recording, from the first GetAllProperties on")
+                   "Replay a recording, from the first GetAllProperties on")
         ->type_name("FILE")
         ->excludes(catalogue)
         ->excludes(state)
         ->excludes(packages);
-    app.add_option("--speed", options.speed, "Play back X times as fast (1)")->type_name("X");
-    app.add_flag(
-        "--private-bus", options.privateBus,
-        "Serve on a new bus, run the command after -- on it, and end with its exit status");
+    app.add_option("--speed", options.speed, "Replay X times as fast (1)")->type_name("X");
+    app.add_flag("--private-bus", options.privateBus,
+                 "Serve on a new bus, run the command after -- on it, and exit with its status");
 }
 
 void AddPackageOptions(CLI::App& app, Options& options)
@@ -83,8 +82,8 @@ void AddPackageOptions(CLI::App& app, Options& options)
         ->needs(version);
 }
 
-/// The first argument that is no option and no option's value. CLI11 does not see the command that
-/// begins there, which must arrive unchanged.
+/// The first argument that is neither an option nor an option's value. The command begins there; it
+/// must stay unchanged, so CLI11 never sees it.
 Arguments::const_iterator EndOfOptions(const CLI::App& app, const Arguments& arguments)
 {
     auto argument = arguments.begin();
@@ -96,8 +95,8 @@ Arguments::const_iterator EndOfOptions(const CLI::App& app, const Arguments& arg
     return argument;
 }
 
-/// In the order that CLI11 expects, and with "--option=" as "--option" and an empty value: CLI11
-/// would take the next argument for the value.
+/// Reverses the arguments, as CLI11 expects them, and splits "--option=" into "--option" and an empty
+/// value: CLI11 would take the next argument for the value.
 Arguments ReversedForParsing(Arguments::const_iterator begin, Arguments::const_iterator end)
 {
     Arguments reversed;

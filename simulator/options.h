@@ -17,7 +17,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What the command line asks for.
+/// The options of the command line.
 struct Options
 {
     Pace pace;
@@ -34,7 +34,7 @@ struct Options
     PackageFile package;
 };
 
-/// The options, or nothing after printing the help.
+/// Returns the options, or nothing after printing the help.
 /// @param arguments without the program's name
 /// @throws UsageError
 std::optional<Options> ParseOptions(const std::vector<std::string>& arguments);

@@ -6,8 +6,8 @@
 
 namespace Simulator {
 
-/// Writes the line to standard error as it is. g_printerr() would replace what the locale cannot
-/// show, such as a letter in a path.
+/// Writes the line to standard error unchanged. g_printerr() would replace characters that the locale
+/// cannot show, such as a letter in a path.
 inline void PrintError(const std::string& text)
 {
     std::cerr << "emporium-simulator: " << text << '\n';

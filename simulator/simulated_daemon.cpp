@@ -11,25 +11,25 @@ namespace Simulator {
 
 SimulatedDaemon::SimulatedDaemon(const Options& options, Catalogue catalogue,
                                  const std::string& busAddress,
-                                 const std::function<void(int status)>& gone)
+                                 const std::function<void(int status)>& disconnected)
     : m_bus(busAddress), m_store(std::move(catalogue), options.state),
       m_operations(m_store, options.pace,
                    [this](const std::string& name, const Variant& body) { Emit(name, body); }),
       m_daemon(m_bus, m_store, m_operations, m_faults,
-               [this, gone] {
+               [this, disconnected] {
                    m_operations.Clear();
                    m_bus.Close();
-                   gone(0);
+                   disconnected(0);
                }),
       m_control(m_bus, m_store, m_operations, m_faults, m_daemon)
 {
-    m_bus.OnLost([gone] {
-        PrintError("the bus is gone");
-        gone(1);
+    m_bus.OnLost([disconnected] {
+        PrintError("the bus is lost");
+        disconnected(1);
     });
 }
 
-// Called from the main loop, where an exception would end the program.
+// Called from the main loop, where an exception would terminate the program.
 void SimulatedDaemon::Emit(const std::string& name, const Variant& body)
 {
     try {

@@ -17,10 +17,10 @@ namespace Simulator {
 class SimulatedDaemon
 {
 public:
-    /// @param gone receives an exit status after ExitDuring, or when the bus is lost
+    /// @param disconnected receives an exit status after ExitDuring, or when the bus is lost
     /// @throws std::runtime_error when the bus refuses
     SimulatedDaemon(const Options& options, Catalogue catalogue, const std::string& busAddress,
-                    const std::function<void(int status)>& gone);
+                    const std::function<void(int status)>& disconnected);
 
     Store& Lists() { return m_store; }
     Control& ControlInterface() { return m_control; }

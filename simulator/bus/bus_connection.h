@@ -19,7 +19,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Where a signal comes from; the daemon's object by default.
+/// The sender and the name of a signal; the sender is the daemon's object by default.
 struct SignalAddress
 {
     std::string path = Contract::objectPath;

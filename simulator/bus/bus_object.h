@@ -7,7 +7,7 @@
 
 namespace Simulator {
 
-/// An object on the bus whose method calls go to one function.
+/// An object on the bus that handles all method calls with one function.
 class BusObject
 {
 public:

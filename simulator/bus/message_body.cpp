@@ -31,7 +31,7 @@ Variant ParseBusValue(const std::string& text)
     const bool emptyTuple = type != "()" && type.find("()") != std::string_view::npos;
     if (type.find('m') != std::string_view::npos || emptyTuple) {
         throw std::invalid_argument("a value of the type " + std::string(type) +
-                                    " cannot travel on the bus");
+                                    " cannot be sent on the bus");
     }
     return value;
 }

@@ -17,8 +17,8 @@ namespace Simulator {
 
 namespace {
 
-// The limits are those of a session bus: with the default ones, a large catalogue does not fit a
-// message. The address comes from the command line; without <listen>, dbus-daemon refuses the file.
+// The limits are those of a session bus: with the default limits, a large catalogue does not fit in a
+// message. The address comes from the command line, but without <listen> dbus-daemon refuses the file.
 constexpr std::string_view configuration =
     R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -108,8 +108,8 @@ void PrivateBus::Start()
 
     const ObjectPtr<GSubprocessLauncher> launcher(
         g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE));
-    // A file and not a pipe: the bus also complains there about limits that it cannot raise, and
-    // nobody reads that while it runs.
+    // A file instead of a pipe: dbus-daemon also warns there about limits that it cannot raise, and
+    // nothing reads a pipe while it runs.
     g_subprocess_launcher_set_stderr_file_path(launcher.get(), (m_directory / errorsName).c_str());
     g_subprocess_launcher_set_child_setup(launcher.get(), DieWithParent, nullptr, nullptr);
     ErrorSlot error;

@@ -8,14 +8,14 @@
 
 namespace Simulator {
 
-/// A dbus-daemon of our own, with its socket in a new temporary directory. Destroying the object
-/// stops the process and removes the directory. The bus starts no services.
+/// A separate dbus-daemon, with its socket in a new temporary directory. Destroying the object stops
+/// the process and removes the directory. The bus starts no services.
 ///
-/// The tests of the library use it as well.
+/// The tests of the library use it too.
 class PrivateBus
 {
 public:
-    /// @throws std::runtime_error when it cannot be started, with the reason that dbus-daemon gives
+    /// @throws std::runtime_error with dbus-daemon's reason when it cannot be started
     PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;

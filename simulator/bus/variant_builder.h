@@ -7,7 +7,7 @@
 
 namespace Simulator {
 
-/// Builds an array. What was added is released if the array is never finished.
+/// Builds an array. Releases the added values if the array is never finished.
 class ArrayBuilder
 {
 public:
@@ -28,8 +28,8 @@ private:
     GVariantBuilder m_builder;
 };
 
-/// Builds an a{sv}; a later value of the same key replaces the earlier one. What was added is
-/// released if the dictionary is never finished.
+/// Builds an a{sv}; a later value of the same key replaces the earlier one. Releases the added values
+/// if the dictionary is never finished.
 class DictionaryBuilder
 {
 public:

@@ -32,7 +32,7 @@ struct Operation
 Variant ToVariant(const std::string& text);
 Variant ToVariant(const Package& package);
 Variant ToVariant(const Operation& operation);
-/// True if the status is a finishing one.
+/// True if the status is that of an ended operation.
 bool IsFinished(const Operation& operation);
 
 Package PackageFromVariant(GVariant* value);

@@ -10,7 +10,7 @@
 
 namespace Simulator {
 
-/// The daemon's object on the bus: answers the five methods, unless a fault is injected.
+/// The daemon's object on the bus. Answers the five methods, unless a fault is injected.
 class DaemonService
 {
 public:

@@ -17,7 +17,7 @@ struct QueuedSignal
     Variant body;
 };
 
-/// What is prepared for the calls of one method, and what was recorded of them.
+/// The faults that are prepared for one method, and the record of its calls.
 struct MethodScript
 {
     unsigned calls = 0;

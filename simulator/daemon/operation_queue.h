@@ -17,7 +17,7 @@
 
 namespace Simulator {
 
-/// How an operation proceeds: so many statuses, with so much time before each.
+/// The pace of an operation: the number of its statuses, and the time before each.
 struct Pace
 {
     unsigned steps = 3;
@@ -37,7 +37,7 @@ public:
     /// @throws BusError when there is no such package
     Operation Remove(const std::string& id);
 
-    /// The next operation on the package (empty: on any) that comes to its end fails.
+    /// Makes the next operation on the package (empty: on any) fail at its end.
     void FailNext(const std::string& package, std::int32_t error);
     void Clear();
 

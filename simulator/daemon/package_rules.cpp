@@ -66,7 +66,8 @@ std::string_view Suffix(std::string_view version)
     return dash == std::string_view::npos ? std::string_view() : version.substr(dash + 1);
 }
 
-/// Less than, equal to or greater than 0, as the left version is older, the same or newer.
+/// Returns a number less than, equal to or greater than 0 if the left version is older, the same or
+/// newer.
 int CompareVersions(const std::string& left, const std::string& right)
 {
     const auto number = [](const std::string& version) {

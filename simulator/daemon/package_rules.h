@@ -12,11 +12,11 @@ namespace Simulator {
 /// @throws BusError with the error of the first check that fails
 PackageFile CheckPackageFile(const std::string& path, const Catalogue& catalogue);
 
-/// The checks against the installed packages alone.
+/// Compares an already read package file with the installed packages.
 /// @throws BusError
 void CheckAgainstInstalled(const PackageFile& package, const Catalogue& catalogue);
 
-/// The package as it is once the file is installed.
+/// Returns the package that installing the file gives.
 Package ToPackage(const PackageFile& file);
 
 } // namespace Simulator

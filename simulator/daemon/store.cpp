@@ -125,7 +125,7 @@ void Store::Save()
     ErrorSlot error;
     if (g_file_set_contents(m_statePath.c_str(), text.data(), static_cast<gssize>(text.size()),
                             &error) == FALSE) {
-        PrintError("cannot keep the state: " + error.Message());
+        PrintError("cannot save the state: " + error.Message());
     }
 }
 

@@ -11,8 +11,8 @@ namespace Simulator {
 class Store
 {
 public:
-    /// @param stateDirectory where every change is saved; empty: nowhere. A state saved there
-    /// earlier replaces the catalogue.
+    /// @param stateDirectory where every change is saved; if empty, nothing is saved. A state that
+    /// was saved there earlier replaces the catalogue.
     /// @throws InputError when the saved state is damaged
     Store(Catalogue catalogue, const std::string& stateDirectory);
 
@@ -22,7 +22,7 @@ public:
     /// @return whether it replaced a package of the same ID
     bool PutPackage(Package package);
     bool RemovePackage(const std::string& id);
-    /// Adds an active operation, or overwrites the one of its UUID.
+    /// Adds an active operation, or overwrites the one with its UUID.
     void PutActive(const Operation& operation);
     /// Adds a completed operation and removes it from the active ones.
     void PutCompleted(const Operation& operation);

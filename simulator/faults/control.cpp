@@ -245,7 +245,7 @@ Variant Control::Vanish(GVariant* arguments)
             try {
                 m_bus.Own(Contract::busName);
             } catch (const std::exception& error) {
-                PrintError(std::string("cannot come back: ") + error.what());
+                PrintError(std::string("cannot reclaim the bus name: ") + error.what());
             }
         });
     }

@@ -20,9 +20,9 @@ public:
     Control(BusConnection& bus, Store& store, OperationQueue& operations, InjectedFaults& faults,
             const DaemonService& daemon);
 
-    /// Carries out a verb whose arguments have the types of the introspection data.
+    /// Executes a verb whose arguments have the types of the introspection data.
     /// @return the body of its reply
-    /// @throws BusError when an argument makes no sense
+    /// @throws BusError when an argument is invalid
     Variant Perform(const std::string& verb, GVariant* arguments);
 
 private:

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// The control interface in names and signatures, for the simulator and for tests that control it.
-/// data/org.velmora.Emporium.Simulator.xml says the same to the rest of the world; a test compares
-/// the two in both directions.
+/// The names and signatures of the control interface, for the simulator and for tests that control it.
+/// data/org.velmora.Emporium.Simulator.xml publishes the same; a test compares the two in both
+/// directions.
 namespace Simulator::ControlContract {
 
 inline constexpr const char* busName = "org.velmora.Emporium.Simulator";

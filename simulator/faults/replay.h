@@ -8,13 +8,13 @@
 
 namespace Simulator {
 
-/// Plays the events of a recording back: sends each signal and changes the lists accordingly.
+/// Replays the events of a recording: sends each signal and changes the lists accordingly.
 class Replay
 {
 public:
     Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit);
 
-    /// Starts the clock; later calls change nothing.
+    /// Starts the clock; later calls do nothing.
     void Start();
 
 private:

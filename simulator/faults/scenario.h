@@ -19,7 +19,7 @@ struct ScenarioStep
     Variant arguments;
 };
 
-/// A scenario file: one verb a line, its arguments in GVariant text format with commas between
+/// A scenario file: one verb per line, its arguments in GVariant text format with commas between
 /// them; "#" begins a comment line.
 class Scenario
 {
@@ -30,7 +30,7 @@ public:
     /// @throws InputError naming the line; std::system_error when the file cannot be read
     explicit Scenario(const std::string& path);
 
-    /// Carries out the lines up to the end or the next Wait, and the others later.
+    /// Executes the lines up to the next Wait; a timer executes those after it.
     /// @param failed receives the error of a line that fails; the lines after it are skipped
     void Run(Perform perform, Failed failed);
 

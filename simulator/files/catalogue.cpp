@@ -28,7 +28,7 @@ constexpr std::string_view dataPrefix = "Data.";
 constexpr std::int32_t statusSucceeded =
     static_cast<std::int32_t>(Common::OperationStatus::Succeeded);
 
-// The place of each name is its number.
+// The index of each name is its number.
 constexpr std::array<std::string_view, 3> typeNames = {"install", "upgrade", "remove"};
 
 class CatalogueReader
@@ -52,7 +52,7 @@ private:
     {
         if (!m_names.insert(group.name).second) {
             throw InputError(m_file.Path(), group.line,
-                             "the group [" + group.name + "] stands twice");
+                             "the group [" + group.name + "] occurs twice");
         }
         if (group.name == "System") {
             ReadSystem(group);
@@ -163,8 +163,8 @@ Variant Summary(const std::string& text)
     return data.Finish();
 }
 
-// The control interface accepts anything for the lists. What the file format cannot express is not
-// written, so that a saved state can always be read back.
+// The control interface accepts any values in the lists. Those that the file format cannot express are
+// not written, so that a saved state can always be read.
 bool IsPlainName(std::string_view name)
 {
     return !name.empty() && name.find_first_of("[]=\n\r\t #\\") == std::string_view::npos;
@@ -235,7 +235,7 @@ Catalogue BuiltInCatalogue()
             {}};
 }
 
-Catalogue MadeUpCatalogue(unsigned packages, unsigned dictionaryEntries)
+Catalogue GeneratedCatalogue(unsigned packages, unsigned dictionaryEntries)
 {
     DictionaryBuilder entries;
     for (unsigned i = 0; i < dictionaryEntries; ++i) {

@@ -20,14 +20,14 @@ struct Catalogue
 
 Catalogue BuiltInCatalogue();
 
-/// A made-up catalogue for tests of scale: so many packages, each with so many dictionary entries.
-Catalogue MadeUpCatalogue(unsigned packages, unsigned dictionaryEntries);
+/// Generates a catalogue for tests of scale: this many packages, each with this many dictionary entries.
+Catalogue GeneratedCatalogue(unsigned packages, unsigned dictionaryEntries);
 
 /// @throws InputError naming the line; std::system_error when the file cannot be read.
 Catalogue ReadCatalogue(const std::string& path);
 
-/// The text form of a catalogue. An active operation is written as a failed one: whoever reads the
-/// text does not continue it.
+/// The text form of a catalogue. An active operation is written as a failed one: no later run
+/// continues it.
 std::string FormatCatalogue(const Catalogue& catalogue);
 
 } // namespace Simulator

@@ -112,7 +112,7 @@ void KeyFile::ParseEntry(std::string_view text, std::size_t line)
     }
     const std::string key(Trim(text.substr(0, equals)));
     if (m_groups.back().Find(key) != nullptr) {
-        throw InputError(m_path, line, "the key " + key + " stands twice in its group");
+        throw InputError(m_path, line, "the key " + key + " occurs twice in its group");
     }
     auto value = Unescape(Trim(text.substr(equals + 1)));
     if (!value) {

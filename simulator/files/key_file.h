@@ -52,7 +52,7 @@ private:
     std::vector<Group> m_groups;
 };
 
-/// One line "key=value", the value escaped.
+/// Returns one line "key=value" with the value escaped.
 std::string FormatEntry(std::string_view key, std::string_view value);
 
 } // namespace Simulator

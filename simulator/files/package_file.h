@@ -20,7 +20,7 @@ struct PackageFile
 /// @throws std::runtime_error when the file cannot be written
 void WritePackageFile(const std::string& path, const PackageFile& package);
 
-/// Reads the file; does not check whether its values make a valid package.
+/// Reads the file without checking whether its values make a valid package.
 /// @throws InputError naming the line; std::system_error when the file cannot be read
 PackageFile ReadPackageFile(const std::string& path);
 

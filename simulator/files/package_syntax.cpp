@@ -12,7 +12,7 @@ bool IsPackageId(const std::string& id)
 
 bool IsPackageVersion(const std::string& version)
 {
-    // GLib's regular expressions: those of the standard library recurse with the length.
+    // Uses GLib's regular expressions: the standard library's recurse with the length of the text.
     constexpr const char* pattern = "\\A[0-9]{1,9}(\\.[0-9]{1,9}){0,7}(-[0-9A-Za-z.]{1,64})?\\z";
     return g_regex_match_simple(pattern, version.c_str(), GRegexCompileFlags{},
                                 GRegexMatchFlags{}) != FALSE;

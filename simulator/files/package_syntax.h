@@ -5,10 +5,10 @@
 
 namespace Simulator {
 
-/// Dotted, such as org.example.calculator: the rule of application IDs on the desktop.
+/// True for dotted names such as org.example.calculator, by the rules for desktop application IDs.
 bool IsPackageId(const std::string& id);
 
-/// Numbers with dots between them, and at most one suffix after a "-": 1.2.0, 1.2.0-rc1.
+/// True for numbers with dots between them and at most one suffix after a "-": 1.2.0, 1.2.0-rc1.
 bool IsPackageVersion(const std::string& version);
 
 } // namespace Simulator

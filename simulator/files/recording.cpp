@@ -20,7 +20,7 @@ using Json = nlohmann::json;
 constexpr std::size_t largestRecording = 512U << 20U;
 constexpr double longestOffset = 4e12;
 
-// The bus transports no text with a zero byte.
+// The bus cannot transport a text with a zero byte.
 std::string Text(const Json& object, const char* key)
 {
     std::string text = object.at(key).get<std::string>();

@@ -26,8 +26,8 @@ struct RecordedEvent
     std::variant<Operation, PackageArrival, PackageRemoval> content;
 };
 
-/// A recording of a device, as "emporiumctl record" writes it: JSON lines, the snapshot first and
-/// then the events.
+/// A recording as "emporiumctl record" writes it: lines of JSON, the snapshot first and then the
+/// events.
 struct Recording
 {
     Catalogue snapshot;

@@ -6,7 +6,7 @@
 
 namespace Simulator {
 
-/// The content of a regular file in UTF-8 without zero bytes. Never blocks on a FIFO and never reads
+/// Reads a regular file in UTF-8 without zero bytes. Never blocks on a FIFO and never reads
 /// more than the limit.
 /// @throws std::system_error when the file cannot be opened or read; InputError for other content.
 std::string ReadTextFile(const std::string& path, std::size_t limit);
