@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-"""A private bus, the feeding daemon on it, and the peers: one measurement at a time."""
+"""Runs a private bus, the feeding daemon on it, and the peers: one measurement at a time."""
 
 import json
 import os
@@ -10,11 +10,11 @@ import urllib.parse
 
 
 class PeerFailed(Exception):
-    """A peer ended with an error; what it wrote is in the text."""
+    """A peer ended with an error; its output is in the text."""
 
 
 class Bus:
-    """A dbus-daemon of our own, in a directory of its own; also the home of the processes on it."""
+    """A private dbus-daemon in a new directory, which is also the home of the processes on it."""
 
     @staticmethod
     def directory_in(parent=None):
@@ -36,7 +36,7 @@ class Bus:
             "DBUS_SESSION_BUS_ADDRESS": address,
             "VEYRA_APP_ID": "org.example.bench",
             "LC_ALL": "C.UTF-8",
-            # No GLib module of the desktop has a say in what is measured.
+            # Keeps GLib modules of the desktop out of the measurement.
             "GIO_MODULE_DIR": home,
             "QT_LOGGING_RULES": "*=false",
         }
@@ -50,7 +50,7 @@ class Bus:
 
 
 class Feeder:
-    """The daemon; obeys one command after the other."""
+    """The daemon; executes one command after the other."""
 
     def __init__(self, program, bus):
         self.process = subprocess.Popen(
@@ -79,8 +79,8 @@ class Feeder:
 
 
 def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
-    """Runs a peer to its end and returns the list of what it reported. Calls `when_ready` with its
-    process ID when it reports that it is ready. Adds what the library logs to the list `log`."""
+    """Runs a peer to its end and returns the list of its reports. Calls `when_ready` with its process
+    ID when it reports that it is ready. Appends what the library logs to the list `log`."""
     started = time.monotonic_ns()
     process = subprocess.Popen(
         [*wrapper, program, *[str(argument) for argument in arguments]],
@@ -89,7 +89,7 @@ def run(program, bus, *arguments, when_ready=None, wrapper=(), log=None):
     log = [] if log is None else log
     for line in process.stdout:
         if not line.startswith("{"):
-            log.append(line)  # the library's
+            log.append(line)  # a log line of the library
             continue
         values = json.loads(line)
         if "answered_at" in values:

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# Draws the ratios to raw sd-bus as bars. bench/report.py defines what it draws, before this: $ratios
-# (task, peer, ratio; one block for each peer, with its name), tasks, peers, caption, and the tics.
+# Draws the ratios to raw sd-bus as bars. bench/report.py first defines the data: $ratios (task, peer,
+# ratio; one block for each peer, with its name), tasks, peers, caption, and the tics.
 set terminal svg size 960, 480 font "sans-serif,12" background "#ffffff"
 set encoding utf8
 
@@ -26,7 +26,7 @@ width = 0.84 / peers
 left(task, peer) = task - 0.42 + peer * width
 number(peer, ratio) = sprintf(peer == 0 ? "%.2f" : ratio < 9.95 ? "%.1f" : "%.0f", ratio)
 
-# Bars begin at 1, what raw sd-bus costs: a bar that points down is a task that costs less.
+# Bars start at 1, the cost of raw sd-bus: a bar that points down is a task that costs less.
 plot for [peer = 0:peers - 1] $ratios index peer \
        using (left($1, $2) + width / 2):(1):(left($1, $2)):(left($1, $2) + 0.92 * width):(1):3 \
        with boxxyerror linecolor rgb colours[peer + 1] title columnheader(1), \

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// The daemon of the benchmarks. It answers with replies that were marshalled beforehand and floods
-// the bus with signals that were marshalled beforehand, so that the time it needs itself is as
-// small and as steady as possible. GIO opens the connection and marshals; the message stream is
-// written by hand, since GDBus marshals a message each time it is sent.
+// The daemon of the benchmarks. It marshals its replies and signals beforehand, so that its own time is
+// as short and as constant as possible. GIO opens the connection and marshals; this program writes the
+// message stream itself, because GDBus marshals a message each time it is sent.
 //
-// Commands on standard input, one in a line; each is answered by "ok" on standard output:
+// Commands on standard input, one per line; each is answered with "ok" on standard output:
 //   packages COUNT ENTRIES [COMPLETED]
-//                 what GetAllProperties answers from now on: so many packages with so many
-//                 dictionary entries each, and so many completed operations (none if not given)
-//   flood COUNT   sends so many PackageUpgraded signals, one package after the other; "flood 0"
-//                 only marshals them, to be sent before a task is timed
+//                 sets the reply of GetAllProperties: COUNT packages with ENTRIES dictionary
+//                 entries each, and COMPLETED completed operations (default 0)
+//   flood COUNT   sends COUNT PackageUpgraded signals, one package after the other; "flood 0"
+//                 only marshals them: use it before a task is timed
 //   quit
 
 #include <gio/gio.h>
@@ -99,7 +98,7 @@ GVariant* PackageRecord(std::size_t number, std::size_t entries)
 constexpr gint32 running = 10;
 constexpr gint32 succeeded = 100;
 
-/// Each has a UUID of its own: `firstNumber` is its last six digits, counted up from there.
+/// Each has its own UUID: the last six digits count up from `firstNumber`.
 GVariant* OperationRecords(std::size_t count, std::size_t firstNumber, gint32 status)
 {
     GVariantBuilder records;
@@ -131,7 +130,7 @@ GVariant* AllProperties(std::size_t packages, std::size_t entries, std::size_t c
     return g_variant_new("(a{sv})", &properties);
 }
 
-// Where the fixed part of a message holds its serial number and the length of its body.
+// The offsets of the serial number and of the body's length in the fixed part of a message.
 constexpr std::size_t bodyLengthOffset = 4;
 constexpr std::size_t serialOffset = 8;
 
@@ -224,7 +223,7 @@ public:
         Write(message.data(), message.size());
     }
 
-    /// All of them, in large pieces.
+    /// Writes all of them, in large pieces.
     void SendMany(std::vector<Bytes>& messages, std::size_t count)
     {
         constexpr std::size_t pieceSize = 1 << 18;
@@ -345,8 +344,8 @@ public:
 private:
     void Connect() { m_bus = std::make_unique<Bus>(m_address); }
 
-    /// The bus closes the connection of a client that sends what the protocol does not allow, such
-    /// as an array of more than 64 MiB.
+    /// The bus disconnects a client that violates the protocol, for instance with an array of more than
+    /// 64 MiB.
     void ServeOrReconnect()
     {
         try {
@@ -376,7 +375,7 @@ private:
 
     void SetPackages(std::size_t count, std::size_t entries, std::size_t completed)
     {
-        // Freed before the next one is made: they are large.
+        // Frees the last reply before the next one is created: they are large.
         m_properties = Bytes();
         m_properties = MarshalBody(AllProperties(count, entries, completed));
         m_signals.clear();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// Measures what needs no bus: decoding, lookups, lists, upkeep and the cache, each at several sizes
-// and compared with a plain way of doing the same.
+// Measures decoding, lookups, lists, upkeep and the cache without a bus, each at several sizes and
+// compared with a plain implementation of the same task.
 #include "client/completed_operations_cache.h"
 #include "client/keyed_list.h"
 #include "dbus/decoder.h"
@@ -93,9 +93,9 @@ std::vector<std::string> Questions(std::size_t packages, std::size_t different)
 constexpr std::size_t aHundred = 100;
 constexpr std::size_t allOfThem = SIZE_MAX;
 
-/// Times `step`, called with each of the items in turn.
+/// Times `step`, which it calls with the items, cycling through them.
 template <typename Item, typename Step>
-void InTurn(benchmark::State& state, const std::vector<Item>& items, Step step)
+void Cycle(benchmark::State& state, const std::vector<Item>& items, Step step)
 {
     std::size_t next = 0;
     for (auto _ : state) {
@@ -131,7 +131,7 @@ DaemonConnection ConnectionWith(std::size_t packages)
 void GetPackage(benchmark::State& state, std::size_t different)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    InTurn(state, Questions(SizeOf(state), different), [&](const std::string& question) {
+    Cycle(state, Questions(SizeOf(state), different), [&](const std::string& question) {
         benchmark::DoNotOptimize(connection.GetPackage(question));
     });
 }
@@ -152,14 +152,14 @@ void FindInIndex(benchmark::State& state)
 {
     PackageList list;
     list.Assign(MakePackages(SizeOf(state)));
-    InTurn(state, Questions(SizeOf(state), aHundred),
-           [&](const std::string& question) { benchmark::DoNotOptimize(list.Find(question)); });
+    Cycle(state, Questions(SizeOf(state), aHundred),
+          [&](const std::string& question) { benchmark::DoNotOptimize(list.Find(question)); });
 }
 
 void FindByScan(benchmark::State& state)
 {
     const std::vector<Package> list = MakePackages(SizeOf(state));
-    InTurn(state, Questions(SizeOf(state), aHundred), [&](const std::string& question) {
+    Cycle(state, Questions(SizeOf(state), aHundred), [&](const std::string& question) {
         benchmark::DoNotOptimize(
             std::find_if(list.begin(), list.end(),
                          [&](const Package& package) { return package.GetID() == question; }));
@@ -173,7 +173,7 @@ void FindAllInMap(benchmark::State& state)
     for (const Package& package : MakePackages(SizeOf(state))) {
         map.emplace(package.GetID(), package);
     }
-    InTurn(state, Questions(SizeOf(state), allOfThem), [&](const std::string& question) {
+    Cycle(state, Questions(SizeOf(state), allOfThem), [&](const std::string& question) {
         benchmark::DoNotOptimize(SuccessResult<Package>(map.find(question)->second));
     });
 }
@@ -181,14 +181,14 @@ void FindAllInMap(benchmark::State& state)
 void PackageUpgraded(benchmark::State& state)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    InTurn(state, MakePackages(std::min(SizeOf(state), aHundred)),
-           [](const Package& package) { TheProxy()->PackageUpgraded(package); });
+    Cycle(state, MakePackages(std::min(SizeOf(state), aHundred)),
+          [](const Package& package) { TheProxy()->PackageUpgraded(package); });
 }
 
 void PackageRemovedAndInstalled(benchmark::State& state)
 {
     const DaemonConnection connection = ConnectionWith(SizeOf(state));
-    InTurn(state, MakePackages(std::min(SizeOf(state), aHundred)), [](const Package& package) {
+    Cycle(state, MakePackages(std::min(SizeOf(state), aHundred)), [](const Package& package) {
         TheProxy()->PackageRemoved(package.GetID());
         TheProxy()->PackageInstalled(package);
     });
@@ -199,8 +199,8 @@ void OperationChanged(benchmark::State& state)
     constexpr auto running = static_cast<Common::OperationStatus>(10);
     TheProxy()->properties.Operations = MakeOperations(SizeOf(state), running);
     const DaemonConnection connection = ConnectionWith(0);
-    InTurn(state, MakeOperations(std::min(SizeOf(state), aHundred), running),
-           [](const Operation& operation) { TheProxy()->OperationStatusChanged(operation); });
+    Cycle(state, MakeOperations(std::min(SizeOf(state), aHundred), running),
+          [](const Operation& operation) { TheProxy()->OperationStatusChanged(operation); });
     TheProxy()->properties.Operations.clear();
 }
 
@@ -340,7 +340,7 @@ std::string FileContent()
     return content;
 }
 
-/// Writes, reads and removes as many files of the same names and length with plain system calls.
+/// Writes, reads and removes as many files with the same names and length, with plain system calls.
 void WriteAndReadPlainFiles(benchmark::State& state)
 {
     const std::string content = FileContent();

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-"""The limits that the library has set itself, and what a run measured."""
+"""The limits that the library must meet, and the values that a run has measured for them."""
 
 import statistics
 
@@ -12,8 +12,8 @@ START_UP = 1.25
 GDBUS = 2.5
 FLAT = 2.0
 
-# A thousand times as many packages: work that grows with the list costs a thousand times as much,
-# the processor's caches a part of twice.
+# A thousand times as many packages: work that grows with the list would cost a thousand times as much,
+# the misses in the processor's caches cost less than twice as much.
 FLAT_ROWS = ("GetPackage/100000", "upgraded/100000", "reinstalled/100000", "operation/100000")
 
 
@@ -38,7 +38,7 @@ class Mark:
 
 def gdbus_rows(results):
     """The processor time of loads, signals and calls, and the memory of the loads that have a mark.
-    Not of small loads: most of one is the cache's directory, which no other peer has."""
+    Small loads are left out: most of their time is the cache's directory, which no other peer has."""
     def is_large_load(key):
         return key.startswith("load processor/") and int(key.split("/")[1]) >= 1000
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// What the cache of completed operations does with its files, with plain system calls and nothing
-// else: reads and removes the files of the last run, then writes as many as given, each once.
+// Does with plain system calls what the cache of completed operations does with its files: reads and
+// removes the files of the last run, then writes COUNT files, each once.
 //
 //   plain-files DIRECTORY COUNT SIZE
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Writes what a run has measured: as JSON and tables into bench/results/, the chart, and the marks
-in docs/performance.md. As a program, writes the tables, the chart and the marks again, from the
-results of the last run, or with --check only compares."""
+"""Writes the results of a run: JSON and tables into bench/results/, the chart, and the marks in
+docs/performance.md. As a program, writes the tables, the chart and the marks again, from the results
+of the last run, or with --check only compares."""
 
 import argparse
 import os
@@ -39,7 +39,7 @@ CHARTED = [
 
 
 def significant(value):
-    """Three digits, which is more than any of this is steady to."""
+    """Three digits: no result is more precise."""
     return f"{value:,.0f}" if value >= 100 else f"{value:.3g}"
 
 
@@ -64,7 +64,7 @@ def table(header, lines):
 
 
 def rows_table(title, rows, columns):
-    """The rows of one task follow one another; only the first has the whole name."""
+    """Rows of one task are adjacent; only the first has the full name."""
     lines = []
     task = None
     for row in rows:
@@ -100,7 +100,7 @@ def marks_table(results):
 
 
 def resident_table(results):
-    """The files that make a difference, in KiB."""
+    """The files whose resident sizes differ, in KiB."""
     def sizes(file):
         return [results.resident[name].get(file, 0) for name in (BASE, LIBRARY)]
 
@@ -120,7 +120,7 @@ def heading(results):
 
 def tables(results):
     parts = [heading(results) + f" Each cell: median ±spread = ratio to {PEERS[BASE]}, or to the "
-             "column of what it is compared with.\n",
+             "column that it is compared with.\n",
              marks_table(results), peers_table(results), exits_table(results),
              in_process_table(results)]
     if results.resident:
@@ -142,7 +142,7 @@ def marks_section(results):
 
 
 def with_section(page, section):
-    """The page with what is between the two comments replaced."""
+    """The page with the text between the two comments replaced."""
     before, rest = page.split(BEGIN)
     _, after = rest.split(END)
     return before + BEGIN + section + END + after
@@ -157,7 +157,7 @@ def quoted(text):
 
 
 def chart_program(results):
-    """The numbers as gnuplot's variables and blocks of data, before chart.gnuplot."""
+    """The numbers as gnuplot variables and data blocks, followed by chart.gnuplot."""
     tasks = [(results.peers[key], *label) for key, *label in CHARTED]
     names = [name for name in PEERS if name != BASE
              and all(name in row.values for row, *_ in tasks)]
@@ -189,7 +189,7 @@ def read(path):
 
 
 def documents(results, root):
-    """The text of every document that a run writes, except for the chart: {name: text}."""
+    """The text of every document that a run writes, except the chart: {name: text}."""
     page = read(os.path.join(root, PAGE))
     if results is None:
         return {PAGE: with_section(page, NO_RUN)}
@@ -212,13 +212,13 @@ def last_run(root=ROOT):
 
 
 def differences(root=ROOT):
-    """The documents that do not say what the results of the last run say."""
+    """The documents that differ from the results of the last run."""
     results = last_run(root)
     wrong = [name for name, text in documents(results, root).items()
              if not os.path.exists(os.path.join(root, name))
              or read(os.path.join(root, name)) != text]
     drawn = os.path.join(root, CHART)
-    # Another gnuplot draws other curves: only the caption is compared.
+    # Only the caption is compared: another version of gnuplot draws other curves.
     if results and not (os.path.exists(drawn) and heading(results) in read(drawn)):
         wrong.append(CHART)
     return wrong
@@ -231,7 +231,7 @@ def main():
     if parser.parse_args().check:
         wrong = differences()
         if wrong:
-            sys.exit("not what the last run has measured: " + ", ".join(wrong))
+            sys.exit("these differ from the results of the last run: " + ", ".join(wrong))
     elif last_run() is None:
         sys.exit(f"there are no results in {JSON}: run scripts/bench")
     elif why_no_chart():

@@ -18,8 +18,8 @@ PEERS = {
 
 
 def spread(values):
-    """Half the distance between the quartiles, in per cent of the median; None for what is not
-    measured often enough to have a spread."""
+    """Half the distance between the quartiles, in per cent of the median; None if there are too few
+    values for a spread."""
     if len(values) < 3:
         return None
     quartiles = statistics.quantiles(values, n=4, method="inclusive")
@@ -53,7 +53,7 @@ class Row:
         return statistics.median(self.values[column])
 
     def ratios(self, column, base=None):
-        """Of the values to those of another column in the same round."""
+        """The ratios of the values to those of another column in the same round."""
         pairs = zip(self.values[column], self.values[base or self.base])
         return [value / other for value, other in pairs]
 
@@ -61,7 +61,7 @@ class Row:
         return statistics.median(self.ratios(column, base))
 
     def to_json(self):
-        """The values and, for readers that do not compute, what follows from them."""
+        """The values and, for readers that do not compute, the results computed from them."""
         row = {"task": self.task, "part": self.part, "unit": self.unit, "base": self.base,
                "columns": {}}
         for column, values in self.values.items():
@@ -82,12 +82,12 @@ class Row:
 
 
 class Results:
-    """One run. A row has a key that the marks and the chart find it by."""
+    """One run. The marks and the chart find a row by its key."""
 
     TABLES = ("peers", "exits", "in_process")
 
     def __init__(self, machine=None):
-        self.machine = machine or {}  # and the date
+        self.machine = machine or {}  # also holds the date
         self.peers = {}
         self.exits = {}
         self.in_process = {}
@@ -95,7 +95,7 @@ class Results:
         self.refusal = None
 
     def to_json(self, marks):
-        """Text with one line for each row: a difference between two runs is readable."""
+        """Text with one line for each row, so that a difference between two runs is readable."""
         def lines(table):
             rows = [f'  {json.dumps(key)}: {json.dumps(row.to_json(), ensure_ascii=False)}'
                     for key, row in table.items()]

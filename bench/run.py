@@ -3,10 +3,10 @@
 """Compares the library with its peers; prints the tables, and after a full run writes the results
 into the repository.
 
-Everything is interleaved: in each round every peer has its turn, in an order that changes, so that
-a machine that becomes slower for a while does so for all; raw sd-bus and the library are neighbours.
-A ratio is the median of the ratios within the rounds; the spread is half the distance between the
-quartiles, in per cent of the median.
+All measurements are interleaved: each round runs every peer once, in random order, so that a machine
+that becomes slower for a while affects all of them; raw sd-bus and the library always run one right
+after the other. A ratio is the median of the ratios within the rounds; the spread is half the distance
+between the quartiles, in per cent of the median.
 """
 
 import argparse
@@ -32,7 +32,7 @@ DECODERS = {
 
 
 class Bench:
-    """Everything that is measured on the bus, in the order in which it is printed."""
+    """All measurements on the bus, in the order in which they are printed."""
 
     def __init__(self, programs, bus, feeder, quick):
         self.programs = programs
@@ -50,8 +50,8 @@ class Bench:
         self.results.peers.setdefault(key, Row(*row)).add(name, value)
 
     def turns(self, rounds):
-        """The peers of all rounds, each round in an order of its own. The two that the marks compare
-        come one right after the other."""
+        """The peers of all rounds, each round in random order. The two that the marks compare are
+        always adjacent."""
         for _ in range(rounds):
             pair = [BASE, LIBRARY]
             self.random.shuffle(pair)
@@ -119,7 +119,7 @@ class Bench:
         self.dynamic_linking(task, min(rounds, 21))
 
     def dynamic_linking(self, task, rounds):
-        """What the dynamic linker does before main(), by its own statistics."""
+        """The cost of the dynamic linker before main(), from its own statistics."""
         environment = self.bus.environment | {"LD_DEBUG": "statistics"}
         for name in self.turns(rounds):
             reported = subprocess.run([self.program("peer-" + name)], env=environment,
@@ -135,8 +135,8 @@ class Bench:
             self.add("relocations", name, relocations, task, "", "relocations")
 
     def exits(self, place, parent, completed, rounds):
-        """From the start of a process to its exit, in the steady state: the daemon reports the
-        completed operations that the process before has stored."""
+        """Times a process from start to exit, in the steady state: the daemon reports the completed
+        operations that the previous process has stored."""
         say(f"start to exit, {completed} completed operations, {place}")
         self.feeder.command("packages", 200, 4, completed)
         row = Row(f"start to exit, {completed} completed operations, {place}", "ms")
@@ -185,7 +185,7 @@ class Bench:
                      self.instructions(name, "load", 0, decoder=True) / 1e6, task, "millions")
 
     def step_instructions(self, key, task, command, few, many, packages=100, entries=4):
-        """Of one step, from two runs of different length."""
+        """The instructions of one step, computed from two runs of different length."""
         say("instructions: " + task)
         self.feeder.command("packages", packages, entries)
         for name in self.peers:
@@ -197,7 +197,7 @@ class Bench:
                      task + ", instructions", "thousands")
 
     def memory_by_file(self, packages, entries):
-        """What is resident after the load, in KiB: {peer: {file: size}}."""
+        """The resident memory after the load, in KiB: {peer: {file: size}}."""
         say("memory by file")
         self.feeder.command("packages", packages, entries)
         sizes = {}
@@ -216,11 +216,11 @@ class Bench:
         log = []
         opened = self.peer(LIBRARY, "load", 0, log=log)[0]
         if opened["packages"] != 0:
-            raise SystemExit("a reply beyond the protocol's limits was taken")
+            raise SystemExit("a reply beyond the protocol's limits was accepted")
         return "".join(log).strip()
 
 
-# What is measured in one process: key, task, unit, the benchmark and the one it is compared to.
+# The measurements in one process: key, task, unit, the benchmark and the one it is compared with.
 IN_PROCESS = [
     ("scan/50", "lookup at 50 / a plain scan", "ns", "FindInIndex/50", "FindByScan/50"),
     ("scan/100", "lookup at 100 / a plain scan", "ns", "FindInIndex/100", "FindByScan/100"),
@@ -256,8 +256,8 @@ MEMORY = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
 def in_process_rows(program, bus, *arguments):
     """The rows of IN_PROCESS, measured by the benchmark program with these options."""
     say("in one process")
-    # The cache's files are in memory: on a disk, what thousands of new files cost depends on how
-    # many were removed in the last minutes more than on who creates them.
+    # The cache's files are in memory: on a disk, the cost of thousands of new files depends mostly on
+    # how many were removed in the last minutes.
     with Bus.directory_in(MEMORY) as directory:
         result = subprocess.run(
             [program, "--benchmark_format=json", "--benchmark_enable_random_interleaving=true",
@@ -288,7 +288,7 @@ def resident_by_file(pid):
             mapping = re.match(r"[0-9a-f]+-[0-9a-f]+ \S+ \S+ \S+ \d+\s*(.*)", line)
             if mapping:
                 path = mapping.group(1)
-                # Not the version, and one name for the program itself.
+                # Drops the version, and gives the programs of all peers one name.
                 name = re.sub(r"\.so\b.*", "", os.path.basename(path))
                 if not path.startswith("/"):
                     name = "(its own)"

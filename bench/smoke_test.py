@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Every peer does every task with the same result, the driver measures, and the documents say what
-was measured. How fast it is does not matter here."""
+"""Checks that every peer does every task with the same result, that the driver measures, and that the
+documents agree with the results. Speed does not matter here."""
 
 import contextlib
 import io
@@ -38,7 +38,7 @@ class Peers(OnTheBus):
                            if name.startswith("peer-") and not name.endswith("_autogen"))
 
     def each(self, check, *arguments, **options):
-        """Runs this task in every peer and checks what each reports."""
+        """Runs this task in every peer and checks the reports of each."""
         self.assertGreaterEqual(len(self.peers), 5)
         for peer in self.peers:
             with self.subTest(peer=peer):
@@ -87,7 +87,7 @@ class Driver(OnTheBus):
     def setUp(self):
         self.bench = Bench(PROGRAMS, self.bus, self.feeder, quick=True)
 
-    def test_what_is_measured_is_in_the_tables_and_survives_as_json(self):
+    def test_the_results_are_in_the_tables_and_can_be_restored_from_json(self):
         self.bench.load(20, 4, rounds=3)
         self.bench.signals(20, 50, rounds=1)
         self.bench.calls(3, rounds=1)
@@ -112,7 +112,7 @@ class Driver(OnTheBus):
                       report.exits_table(self.bench.results))
 
     def test_operations_that_are_not_stored_are_noticed(self):
-        # Another daemon: it reports one completed operation less than it should.
+        # Makes the daemon report one completed operation less than it should.
         honest = self.feeder.command
         self.bench.feeder = type("Liar", (), {"command": staticmethod(
             lambda verb, packages, entries, completed: honest(verb, packages, entries,
@@ -132,8 +132,8 @@ class Driver(OnTheBus):
                          r"^\[E\] Couldn't call org.velmora.Emporium.GetAllProperties ")
 
 
-def made_up_results(library=0.8, gdbus=4.0, flat=1.2):
-    """A run in which raw sd-bus needs 10 for everything."""
+def sample_results(library=0.8, gdbus=4.0, flat=1.2):
+    """Results in which raw sd-bus needs 10 for everything."""
     results = Results(machine(PROGRAMS) | {"processor": "8 × Fast_One CPU @ 2^3 {GHz}"})
     loads = [f"{kind}/10000/{entries}" for kind in ("load processor", "own memory")
              for entries in (0, 4, 16)]
@@ -179,18 +179,18 @@ class Documents(unittest.TestCase):
         self.assertEqual(row.ratio(LIBRARY), 2)
 
     def test_the_marks_are_met_at_their_limits_and_missed_beyond(self):
-        for met, results in ((True, made_up_results()),
-                             (True, made_up_results(library=0.9, gdbus=2.25, flat=2)),
-                             (False, made_up_results(flat=2.01)),
-                             (False, made_up_results(library=1.26)),
-                             (False, made_up_results(gdbus=1.99))):
+        for met, results in ((True, sample_results()),
+                             (True, sample_results(library=0.9, gdbus=2.25, flat=2)),
+                             (False, sample_results(flat=2.01)),
+                             (False, sample_results(library=1.26)),
+                             (False, sample_results(gdbus=1.99))):
             self.assertEqual(all(mark.met for mark in marks(results)), met)
-        missed = [mark for mark in marks(made_up_results(gdbus=1.99)) if not mark.met]
+        missed = [mark for mark in marks(sample_results(gdbus=1.99)) if not mark.met]
         self.assertEqual(len(missed), 1)
         self.assertRegex(missed[0].task, "^GDBus by hand .*closest of 9 rows")
 
-    def test_the_closest_row_of_gdbus_is_not_that_of_the_start(self):
-        results = made_up_results()
+    def test_the_closest_row_of_gdbus_excludes_start_up_and_small_loads(self):
+        results = sample_results()
         results.peers["start"].values["gdbus"] = [1, 1, 1]
         self.assertTrue(all(mark.met for mark in marks(results)))
         results.peers["load processor/200/4"] = results.peers["start"]
@@ -200,13 +200,13 @@ class Documents(unittest.TestCase):
         self.assertFalse(marks(results)[-1].met)
 
     def test_a_mark_without_its_row_is_an_error(self):
-        results = made_up_results()
+        results = sample_results()
         del results.peers["start"]
         with self.assertRaises(KeyError):
             marks(results)
 
     def test_the_page_has_the_marks_between_its_comments(self):
-        page = report.documents(made_up_results(), self.root)[report.PAGE]
+        page = report.documents(sample_results(), self.root)[report.PAGE]
         self.assertRegex(page, r"^before\n<!-- [^>]* -->\n\n[^|]*\n\n\| mark \| limit \|")
         self.assertIn("| task of start | at most 1.25 | 0.80 ±0% | met |\n", page)
         self.assertRegex(page, r"\n\n<!-- [^>]* -->\nafter\n$")
@@ -215,7 +215,7 @@ class Documents(unittest.TestCase):
         if report.why_no_chart():
             self.enterContext(mock.patch.object(report, "chart", report.heading))
         self.assertEqual(report.differences(self.root), [])
-        report.write(made_up_results(), self.root)
+        report.write(sample_results(), self.root)
         self.assertEqual(report.differences(self.root), [])
         written = [self.read(name) for name in (report.JSON, report.TABLES, report.PAGE)]
         report.write(report.last_run(self.root), self.root)
@@ -235,7 +235,7 @@ class Documents(unittest.TestCase):
         if report.why_no_chart():
             print(f"the chart is not tested: {report.why_no_chart()}")
             self.skipTest(report.why_no_chart())
-        svg = report.chart(made_up_results())
+        svg = report.chart(sample_results())
         xml.etree.ElementTree.fromstring(svg)
         self.assertLess(len(svg), 60 * 1024)
         self.assertIn("SPDX-License-Identifier: BSD-3-Clause", svg)
@@ -243,7 +243,7 @@ class Documents(unittest.TestCase):
             self.assertIn(text, svg)
         self.assertNotIn(PEERS["sdbus-cpp"], svg)
 
-    def test_the_committed_documents_say_what_the_last_run_has_measured(self):
+    def test_the_committed_documents_agree_with_the_results_of_the_last_run(self):
         self.assertEqual(report.differences(), [])
 
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// GDBus by hand: calls and signals of the connection itself, GVariant taken apart with format
+// GDBus by hand: uses calls and signals of the connection itself, and unpacks GVariant with format
 // strings that borrow the texts.
 #include "peers/gvariant.h"
 

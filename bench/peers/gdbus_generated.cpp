@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// GDBus as gdbus-codegen gives it: a proxy class with a function for each method and a GObject
+// GDBus with the code of gdbus-codegen: a proxy class with a function for each method and a GObject
 // signal for each signal.
 #include "emporium_generated.h"
 #include "peers/gvariant.h"

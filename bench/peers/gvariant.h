@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-// From GVariant to the snapshot, for both peers on GDBus.
+// Decodes GVariant into the snapshot, for both peers on GDBus.
 
 #include "peers/peer.h"
 
@@ -23,7 +23,7 @@ inline void Check(GError* error)
     }
 }
 
-/// The dictionary of the record is left alone: GVariant reads what is asked for.
+/// Skips the dictionary of the record: GVariant reads only what is requested.
 inline Emporium::Package ToPackage(GVariant* record)
 {
     const char* id = nullptr;
@@ -73,7 +73,7 @@ inline std::string ToText(GVariant* properties, const char* key)
     return text;
 }
 
-/// Takes the a{sv} over.
+/// Takes ownership of the a{sv}.
 inline Snapshot ToSnapshot(GVariant* properties)
 {
     Snapshot snapshot;
@@ -87,7 +87,7 @@ inline Snapshot ToSnapshot(GVariant* properties)
     return snapshot;
 }
 
-/// What both have in common, apart from how the bus is called.
+/// The common part of both peers: all but the calls to the bus.
 class GDBusPeer : public Peer
 {
 public:

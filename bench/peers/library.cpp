@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// The library, as an application uses it.
+// Uses the library as an application does.
 #include "peers/peer.h"
 
 #include <emporium/emporium.h>
@@ -36,7 +36,7 @@ public:
         };
     }
 
-    // Another connection on the same proxy loads a snapshot of its own.
+    // Another connection on the same proxy loads its own snapshot.
     void Load() override { m_reloaded.emplace(); }
 
     void Forget() override { m_reloaded.reset(); }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// The tasks of a peer. Writes its results to standard output, one JSON object on each line.
+// Runs one task of a peer. Writes the results to standard output, one JSON object on each line.
 //
-//   load REPEATS   opens, then loads REPEATS times more
+//   load REPEATS   opens, then loads REPEATS more times
 //   signals COUNT  opens, writes {"ready":1}, waits for COUNT signals
 //   calls COUNT    opens, then calls Start COUNT times
 //   start-up ID    opens with subscriptions and looks a package up by its ID
-//   exit PACKAGES  opens, expects so many packages, and exits as a program does
+//   exit PACKAGES  opens, expects this many packages, and exits as a program does
 #include "peers/peer.h"
 
 #include <cstdint>
@@ -39,7 +39,7 @@ struct Stopwatch
     std::int64_t Processor() const { return Now(CLOCK_PROCESS_CPUTIME_ID) - processor; }
 };
 
-/// A line of this process's status, in KiB.
+/// Reads a value of this process's memory status, in KiB.
 long MemoryStatus(std::string_view name)
 {
     std::ifstream status("/proc/self/status");
@@ -51,7 +51,7 @@ long MemoryStatus(std::string_view name)
             return size;
         }
     }
-    throw std::runtime_error("this system does not tell " + std::string(name));
+    throw std::runtime_error("this system does not report " + std::string(name));
 }
 
 void Load(Bench::Peer& peer, int repeats)
@@ -153,7 +153,7 @@ int main(int argc, char** argv)
         Work(task, argv[2]);
         std::cout << std::flush;
         if (task != "exit") {
-            _exit(0); // the time that destructors need is measured by "exit" alone
+            _exit(0); // only "exit" measures the time of destructors
         }
         return 0;
     } catch (const std::exception& error) {

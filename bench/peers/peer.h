@@ -13,8 +13,8 @@
 
 namespace Bench {
 
-/// What every peer decodes into. The values are the library's own, so that a record costs the same
-/// memory everywhere.
+/// Every peer decodes into this. The values are the library's own, so that a record needs the same
+/// memory in every peer.
 class Snapshot
 {
 public:
@@ -24,7 +24,7 @@ public:
     std::vector<Emporium::Operation> operations;
     std::vector<Emporium::Operation> completedOperations;
 
-    /// The handles of this package, found by a walk over the list.
+    /// The handles of this package, found by a linear search.
     const Emporium::Package* Find(const std::string& id) const
     {
         for (const Emporium::Package& package : packages) {
@@ -35,7 +35,7 @@ public:
         return nullptr;
     }
 
-    /// Needed before the first Upgrade(). Not part of the load: a peer that only looks at its list
+    /// Required before the first Upgrade(). Not part of the load: a peer that only reads its list
     /// needs no index.
     void MakeIndex()
     {
@@ -61,7 +61,7 @@ private:
     std::unordered_map<std::string, std::size_t> m_index;
 };
 
-/// One way of being a client of the daemon. main() of every peer drives it through the same tasks.
+/// One implementation of a client of the daemon. main() runs the same tasks with every peer.
 class Peer
 {
 public:
@@ -75,7 +75,7 @@ public:
     /// Connects, subscribes to the four signals and loads the snapshot.
     virtual void Open() = 0;
 
-    /// Loads the snapshot once more, from a call of its own, when the last one is forgotten.
+    /// Loads the snapshot again, with a new call. Call Forget() first.
     virtual void Load() = 0;
 
     /// Frees the result of the last Load(); not timed.
@@ -89,13 +89,13 @@ public:
     /// Blocks until the daemon has answered.
     virtual void Start(const std::string& id) = 0;
 
-    /// Does what is waiting already, and does not wait for more.
+    /// Processes what is pending, without waiting for more.
     virtual void Settle() = 0;
 
-    /// The one subscriber: called for every package that was upgraded, after the snapshot knows.
+    /// The only subscriber: called for every upgraded package, after the snapshot is updated.
     virtual void Subscribe(PackageCallback callback) = 0;
 
-    /// Does what an event-driven program does while `goOn` is true.
+    /// Runs the peer's event loop while `goOn` is true.
     virtual void Run(const bool& goOn) = 0;
 };
 

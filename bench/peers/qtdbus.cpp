@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// QtDBus: blocking calls through an interface's connection, records streamed out of QDBusArgument
-// into types that were registered with it, slots for the signals.
+// QtDBus: uses blocking calls of the connection, streams records from QDBusArgument into registered
+// types, and connects slots to the signals.
 #include "peers/qtdbus.h"
 
 #include <QCoreApplication>

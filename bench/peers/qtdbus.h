@@ -15,7 +15,7 @@ QDBusArgument& operator<<(QDBusArgument& argument, const Emporium::Operation& op
 Q_DECLARE_METATYPE(Emporium::Package)
 Q_DECLARE_METATYPE(Emporium::Operation)
 
-/// Takes the signals, for which Qt needs an object that moc has seen.
+/// Receives the signals: Qt requires an object that moc has processed.
 class Receiver : public QObject
 {
     Q_OBJECT

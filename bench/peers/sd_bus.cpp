@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// Raw sd-bus, as one writes it in C: containers entered one by one, strings borrowed from the
-// message, what is not wanted skipped.
+// Raw sd-bus, as written in C: enters containers one by one, borrows strings from the message, and skips
+// what it does not need.
 #include "peers/peer.h"
 
 #include <systemd/sd-bus.h>
@@ -120,7 +120,7 @@ int ReadProperty(sd_bus_message* message, const char* key, Bench::Snapshot& snap
 
 } // namespace
 
-// The instruction counts are taken here, so it must be found by this name.
+// callgrind counts the instructions of this function, and finds it by this name.
 extern "C" [[gnu::noinline]] int DecodeProperties(sd_bus_message* message,
                                                   Bench::Snapshot& snapshot)
 {
@@ -231,7 +231,7 @@ private:
         return 0;
     }
 
-    // Closed by the end of the process, as everything that a benchmark leaves.
+    // The end of the process closes it.
     sd_bus* m_bus = nullptr;
     Bench::Snapshot m_snapshot;
     std::vector<Emporium::Package> m_received;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// The obvious sdbus-c++: the convenience layer with its own types, a map of variants for the
+// The obvious sdbus-c++: uses the convenience layer with its own types, a map of variants for the
 // properties and one for every dictionary.
 #include "peers/peer.h"
 
