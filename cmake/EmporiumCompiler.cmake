@@ -13,7 +13,7 @@ endif()
 
 add_link_options(-Wl,--as-needed)
 
-# Warnings are errors for us, never for somebody who builds a release with a newer compiler.
+# Warnings are errors for developers only: a newer compiler must not break the build of a release.
 if(EMPORIUM_DEVELOPER)
     add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 endif()

@@ -2,13 +2,12 @@
 
 find_package(PkgConfig REQUIRED)
 
-# scripts/setup puts sdbus-c++ here on systems whose own one is older than version 2.
+# scripts/setup installs sdbus-c++ here on systems that only have a version older than 2.
 if(EXISTS "${PROJECT_SOURCE_DIR}/.deps/lib/cmake/sdbus-c++")
     list(PREPEND CMAKE_PREFIX_PATH "${PROJECT_SOURCE_DIR}/.deps")
 endif()
 
-# What the static sdbus-c++ links; its own CMake package names these targets but does not look for
-# them.
+# The static sdbus-c++ links these; its CMake package names the targets but does not find them.
 find_package(Threads REQUIRED)
 pkg_check_modules(Systemd REQUIRED IMPORTED_TARGET libsystemd)
 find_package(sdbus-c++ 2 QUIET)

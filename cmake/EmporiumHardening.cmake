@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# The hardening that distributions build with. Left out of debug builds, which are not optimised as
-# _FORTIFY_SOURCE requires, and of sanitized ones, whose checks it would hide.
+# Adds the hardening flags that distributions use. Not in debug builds, because _FORTIFY_SOURCE needs
+# optimisation, and not in sanitized builds, because it would hide errors from the sanitizers.
 
 include(CheckCXXCompilerFlag)
 

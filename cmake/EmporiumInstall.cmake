@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# Where the programs look for the library, and shells for the programs' completions.
+# Sets the run path of the programs and the directories of their shell completions.
 
-# Relative, so that an installed tree can be moved, unless the libraries have a place of their own.
-# None where the loader looks anyway.
+# The run path is relative, so that an installed tree can be moved, unless a directory is given as an
+# absolute path. It is empty if the loader searches the library's directory anyway.
 if(CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
     set(EMPORIUM_INSTALL_RPATH "")
 elseif(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
@@ -14,7 +14,7 @@ else()
     set(EMPORIUM_INSTALL_RPATH "\$ORIGIN/${libdir_from_bindir}")
 endif()
 
-# zsh looks in site-functions under /usr/local; under /usr, Debian's zsh has another name for it.
+# zsh looks in site-functions under /usr/local; under /usr, Debian's zsh looks in vendor-completions.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
     set(zsh_directory vendor-completions)
 else()

@@ -1,15 +1,15 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# Sourced by the other scripts: messages, options, and the choice of the build directory. Leaves the
-# shell in the root of the checkout. The scripts need no git: they also run in an unpacked archive,
-# and in a checkout that belongs to another user.
+# Sourced by the other scripts: messages, options, and the choice of the build directory. Changes to the
+# root of the checkout. The scripts do not need git: they also run in an unpacked archive, and in a
+# checkout that belongs to another user.
 
 program=$(basename "$0")
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 root=$PWD
 
-# Where the project's own C++ is.
+# The directories with the project's own C++.
 source_directories=(include src platform simulator emporiumctl examples tests bench)
 
 say() { printf '%s: %s\n' "$program" "$*"; }
@@ -19,7 +19,7 @@ bad_usage() { complain "$* (see scripts/$program --help)"; exit 2; }
 
 step() { printf '\n== %s\n' "$*"; }
 
-# help_if_asked "$@": prints the comment that the script begins with, if the first argument is --help.
+# help_if_asked "$@": prints the comment at the top of the script if the first argument is --help.
 help_if_asked() {
   case "${1:-}" in
     -h | --help)
@@ -36,7 +36,7 @@ no_arguments() {
 
 cached() { sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"; }
 
-# Why a build directory cannot be used as it is, or nothing.
+# staleness DIRECTORY: prints why the build directory cannot be used as it is, or nothing.
 staleness() {
   local directory=$1 wanted actual
   [ -e "$directory/CMakeCache.txt" ] || return 0
@@ -52,8 +52,8 @@ staleness() {
   fi
 }
 
-# configure PRESET [CMAKE_OPTION...]: configures build/PRESET, from scratch if the directory was
-# configured for another place or compiler.
+# configure PRESET [CMAKE_OPTION...]: configures build/PRESET, from scratch if it was configured for
+# another checkout or compiler.
 configure() {
   local preset=$1 reason options=()
   shift
@@ -65,7 +65,7 @@ configure() {
   cmake --preset "$preset" "${options[@]}" "$@" >/dev/null
 }
 
-# build PRESET [OPTION...]: what the compiler says is shown only if it fails.
+# build PRESET [OPTION...]: shows the compiler's output only if it fails.
 build() {
   local log status=0
   log=$(mktemp)

@@ -40,8 +40,8 @@ std::filesystem::path HomeFromPasswordDatabase()
 
 std::filesystem::path CacheHome()
 {
-    // Relative paths in these variables are invalid and to be ignored, as the XDG base-directory
-    // rules have it: they would mean another directory with every change of the working directory.
+    // Ignores relative paths, as the XDG base-directory rules require: they would change their
+    // meaning with the working directory.
     std::filesystem::path cacheHome = Environment("XDG_CACHE_HOME");
     if (cacheHome.is_absolute()) {
         return cacheHome;
