@@ -91,8 +91,8 @@ Result<void> Save(const Operation& operation, const fs::path& directory)
 
 using FailuresByUUID = std::unordered_map<std::string_view, std::string>;
 
-/// Writes each file once, with the last operation of its UUID: to write a file a second time makes
-/// some file systems flush it to the disk.
+/// Writes each file once, with the last operation of its UUID: some file systems flush a file to the
+/// disk when it is written a second time.
 FailuresByUUID SaveLastOfEach(const std::vector<Operation>& operations, const fs::path& directory)
 {
     std::unordered_map<std::string_view, const Operation*> last;
@@ -112,7 +112,7 @@ FailuresByUUID SaveLastOfEach(const std::vector<Operation>& operations, const fs
     return failures;
 }
 
-/// One line for each operation that is not stored, also for those that share a file.
+/// Logs one line for each operation that is not stored, even if several share a file.
 void LogFailures(const std::vector<Operation>& operations, const FailuresByUUID& failures)
 {
     for (const Operation& operation : operations) {

@@ -11,8 +11,8 @@ namespace Emporium {
 
 /// The subscribers of a connection, in the order of subscription.
 ///
-/// Callbacks subscribe and unsubscribe, so the list changes during a walk. A removed record is not
-/// called any more, but is kept until the walk ends: its callback may be the one that is running.
+/// Callbacks subscribe and unsubscribe, so the list changes during a walk. A removed record is no
+/// longer called, but is kept until the walk ends: its callback may be the one that is running.
 /// Records added during a walk have higher IDs and are skipped.
 class SubscriberList
 {

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// The daemon's bus interface in names and signatures. data/org.velmora.Emporium.xml says the same
-/// to the rest of the world; a test compares the two in both directions. Constants only: programs
-/// that do not link the library include this as well.
+/// The names and signatures of the daemon's bus interface. data/org.velmora.Emporium.xml publishes
+/// the same; a test compares the two in both directions. Constants only: programs that do not link
+/// the library include this as well.
 namespace Emporium::Contract {
 
 inline constexpr const char* busName = "org.velmora.Emporium";
 inline constexpr const char* objectPath = "/org/velmora/Emporium";
 inline constexpr const char* interfaceName = "org.velmora.Emporium";
 
-// What stands between the parentheses of the two records' signatures.
+// The contents of the parentheses in the signatures of the two records.
 inline constexpr const char* operationFields = "ssiii";
 inline constexpr const char* packageFields = "ssssa{sv}";
 

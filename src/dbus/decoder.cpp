@@ -43,7 +43,7 @@ bool Entered(sdbus::Message& message)
     return entered;
 }
 
-/// Calls `visit` with each key of the a{sv} at which the message stands. `visit` reads the variant.
+/// Calls `visit` with each key of the a{sv} at the message's position. `visit` reads the variant.
 template <typename Visit>
 void ForEachEntry(sdbus::Message& message, Visit visit)
 {
@@ -153,15 +153,15 @@ constexpr std::array<PropertyReader, 5> propertyReaders{{
      }},
 }};
 
-/// What the walk over a reply has found of one property.
+/// The result of the walk over a reply, for one property.
 struct PropertyState
 {
     bool present = false;
     std::optional<sdbus::Error> typeError;
 };
 
-/// Decodes the value at which the message stands. A value of another type is noted and skipped:
-/// entering it has failed before anything was consumed.
+/// Decodes the value at the message's position. Records a type error and skips the value: entering a
+/// variant of another type fails before it consumes anything.
 void ReadProperty(sdbus::Message& message, const PropertyReader& reader, PropertyState& state,
                   Properties& properties)
 {
@@ -179,7 +179,7 @@ void ReadProperty(sdbus::Message& message, const PropertyReader& reader, Propert
 
 using PropertyStates = std::array<PropertyState, propertyReaders.size()>;
 
-/// The place of a property in propertyReaders, or its size for an unknown one.
+/// The index of a property in propertyReaders, or its size for an unknown one.
 std::size_t PropertyIndex(std::string_view name)
 {
     std::size_t index = 0;

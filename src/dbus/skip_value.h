@@ -5,8 +5,8 @@
 
 namespace Emporium::Decoder {
 
-/// Skips the variant at which the message stands, whatever type it holds. Reads all of it, because
-/// the bus library offers no other way to move on; damage inside throws sdbus::Error.
+/// Skips the variant at the message's position, of any type. Reads all of it, because the bus library
+/// offers no other way to skip; damage inside throws sdbus::Error.
 void SkipVariant(sdbus::Message& message);
 
 } // namespace Emporium::Decoder

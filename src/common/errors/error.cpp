@@ -38,7 +38,7 @@ ErrorCodeHelper::ErrorCodeHelper(int code) : m_code(static_cast<ErrorCode>(code)
     m_shortName = row.ShortName();
 }
 
-// Keeps the given name, and leaves the bus name empty: callers tell by that how a helper was
+// Keeps the given name, and leaves the bus name empty: callers rely on that to see how a helper was
 // constructed.
 ErrorCodeHelper::ErrorCodeHelper(const std::string& name)
     : m_code(FindError(name).code), m_shortName(name)

@@ -9,7 +9,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The answer of a question that may fail, for callers who do not want to know why.
+/// Returns the answer, or logs the failure and returns false.
 template <typename Question>
 bool Answer(Question question)
 {

@@ -10,7 +10,7 @@
 namespace Common {
 namespace {
 
-/// The system's answer as a size; a negative one is the failure that `message` tells.
+/// Returns the size that a system call returned, or throws `message` if it is negative.
 std::size_t SizeOr(ssize_t answer, const std::string& message)
 {
     if (answer < 0) {
@@ -19,13 +19,13 @@ std::size_t SizeOr(ssize_t answer, const std::string& message)
     return static_cast<std::size_t>(answer);
 }
 
-/// Null where there is nothing to be filled.
+/// Null for an empty text.
 char* BufferOf(std::string& text)
 {
     return text.empty() ? nullptr : text.data();
 }
 
-/// The names one after the other, each ended by a zero byte.
+/// Returns all names in one text, each followed by a zero byte.
 std::string ListNames(const std::filesystem::path& path)
 {
     std::string names(SizeOr(listxattr(path.c_str(), nullptr, 0),

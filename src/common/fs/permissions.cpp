@@ -11,7 +11,7 @@ bool HasPermissions(const fs::path& path, fs::perms mask)
 {
     return Wrapped(
         [&] {
-            // Asked here and not with IsRegularFile(), which would hide a failure.
+            // Not IsRegularFile(): it would hide a failure.
             if (!fs::is_regular_file(fs::status(path))) {
                 return false;
             }

@@ -25,7 +25,7 @@ LogMessage::LogMessage(LogLevel level) : m_level(level) {}
 
 LogMessage::~LogMessage()
 {
-    // Not greater than zero: nothing was inserted, or the stream failed and answers -1.
+    // Not greater than zero: nothing was inserted, or the stream has failed and returns -1.
     if (m_text.tellp() <= 0) {
         return;
     }
