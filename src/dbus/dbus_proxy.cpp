@@ -18,7 +18,7 @@ DBusProxy::DBusProxy(Unregister unregister)
     : EventDispatcher(Connection()),
       ProxyInterfaces(Connection(), sdbus::ServiceName(Contract::busName),
                       sdbus::ObjectPath(Contract::objectPath)),
-      m_unregister(std::move(unregister))
+      m_unregister(std::move(unregister)), m_daemonOwner(Connection())
 {
     RequestConnectionName();
     registerProxy();
@@ -91,6 +91,16 @@ Result<void> DBusProxy::Start(const std::string& id)
 Result<void> DBusProxy::Restart(const std::string& id)
 {
     return OutcomeOf(Contract::Method::restart, [&] { CallRestart(id); });
+}
+
+bool DBusProxy::isFromDaemon(const sdbus::Message& signal) const
+{
+    return m_daemonOwner.HasSent(signal);
+}
+
+void DBusProxy::onReplyFromDaemon(const sdbus::Message& reply)
+{
+    m_daemonOwner.LearnFromReply(reply);
 }
 
 void DBusProxy::onOperationStatusChanged(const Operation& operation)

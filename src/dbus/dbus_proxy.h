@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "dbus/daemon_owner.h"
 #include "dbus/dbus_connection.h"
 #include "dbus/emporium_proxy.h"
 #include "dbus/idbus_proxy.h"
@@ -42,12 +43,15 @@ private:
     Result<void> OutcomeOf(const char* method, Function call);
     ErrorResult CallFailed(const char* method, const std::string& reason);
 
+    bool isFromDaemon(const sdbus::Message& signal) const override;
+    void onReplyFromDaemon(const sdbus::Message& reply) override;
     void onOperationStatusChanged(const Operation& operation) override;
     void onPackageInstalled(const Package& package) override;
     void onPackageUpgraded(const Package& package) override;
     void onPackageRemoved(const std::string& packageID) override;
 
     const Unregister m_unregister;
+    DaemonOwner m_daemonOwner;
 };
 
 } // namespace Emporium

@@ -56,6 +56,9 @@ void Emporium_proxy::RegisterSignal(const char* signal, Content (*read)(sdbus::M
 {
     m_proxy.registerSignalHandler(m_interface, sdbus::SignalName(signal),
                                   [this, read, handler](sdbus::Signal message) {
+                                      if (!isFromDaemon(message)) {
+                                          return;
+                                      }
                                       if (const auto content = Decode(message, read)) {
                                           (this->*handler)(*content);
                                       }
@@ -73,6 +76,7 @@ sdbus::MethodReply Emporium_proxy::Call(const char* method, const Arguments&... 
 Emporium::Properties Emporium_proxy::CallGetAllProperties()
 {
     sdbus::MethodReply reply = Call(Contract::Method::getAllProperties);
+    onReplyFromDaemon(reply);
     return Decoder::ReadProperties(reply);
 }
 

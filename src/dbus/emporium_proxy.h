@@ -4,6 +4,7 @@
 #include "dbus/properties.h"
 
 #include <sdbus-c++/IProxy.h>
+#include <sdbus-c++/Message.h>
 #include <sdbus-c++/Types.h>
 
 #include <string>
@@ -22,8 +23,14 @@ protected:
     explicit Emporium_proxy(sdbus::IProxy& proxy);
     ~Emporium_proxy() = default;
 
-    /// Subscribes to the four signals. One whose content deviates from the contract is ignored.
+    /// Subscribes to the four signals. One that is not the daemon's, or whose content deviates from
+    /// the contract, is ignored.
     void registerProxy();
+
+    virtual bool isFromDaemon(const sdbus::Message& signal) const = 0;
+
+    /// Called with the reply to GetAllProperties before its content is checked.
+    virtual void onReplyFromDaemon(const sdbus::Message& reply) = 0;
 
     virtual void onOperationStatusChanged(const Emporium::Operation& operation) = 0;
     virtual void onPackageInstalled(const Emporium::Package& package) = 0;

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <sdbus-c++/IConnection.h>
+#include <sdbus-c++/IProxy.h>
+#include <sdbus-c++/Message.h>
+#include <sdbus-c++/TypeTraits.h>
+
+#include <memory>
+#include <string>
+
+namespace Emporium {
+
+/// The connection that owns the daemon's name on the bus: the only one whose signals count.
+///
+/// The bus does not apply match rules to messages that are addressed to this process, and the bus
+/// library, which sees the sender's unique name only, takes it for the owner of any name. So every
+/// participant of the bus can have its own signals delivered here.
+///
+/// Nothing here is waited for. The bus answers in the order of the questions, and both are asked
+/// before the first signal is subscribed to; so the owner is known before the daemon's first signal
+/// is dispatched, and each signal is compared with the owner at the time at which it was sent.
+class DaemonOwner
+{
+public:
+    explicit DaemonOwner(sdbus::IConnection& connection);
+    DaemonOwner(const DaemonOwner&) = delete;
+    DaemonOwner& operator=(const DaemonOwner&) = delete;
+
+    /// True if the owner sent this message. False as long as no owner is known.
+    bool HasSent(const sdbus::Message& message) const;
+
+    /// A reply to a call of the daemon tells the owner at once. What the bus tells is dispatched only
+    /// when the main loop runs.
+    void LearnFromReply(const sdbus::Message& reply);
+
+private:
+    void AskForChanges(sdbus::IConnection& connection);
+    void AskForOwner();
+    void OnChange(sdbus::Message signal);
+    void Change(const std::string& from, const std::string& to);
+
+    std::string m_owner; ///< Its unique name; empty if there is none, or none is known.
+    std::unique_ptr<sdbus::IProxy> m_bus;
+    sdbus::Slot m_changes;
+    sdbus::Slot m_reply;
+};
+
+} // namespace Emporium

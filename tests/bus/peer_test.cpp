@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Signals of peers that do not own the daemon's name: the bus carries whatever is addressed to us.
+
+#include "bus_fixture.h"
+#include "peer.h"
+
+#include <algorithm>
+
+namespace {
+
+using namespace Emporium;
+using namespace TestSupport;
+
+constexpr const char* evilPackage = "(('evil.app', '1', '', '', @a{sv} {}),)";
+constexpr const char* markerPackage = "(('marker', '1', '', '', @a{sv} {}),)";
+constexpr const char* endOfOperation = "(('u', 'p', 0, 100, 0),)";
+constexpr const char* ourName = "org.example.test.KVD.Connection";
+
+/// A connection whose events are noted.
+class Follower
+{
+public:
+    explicit Follower(const DaemonConnection& connection) : m_connection(connection)
+    {
+        const std::pair<EventType, std::string> types[] = {
+            {EventType::PackageInstalled, "installed "},
+            {EventType::PackageUpgraded, "upgraded "},
+            {EventType::PackageRemoved, "removed "},
+        };
+        for (const auto& [type, name] : types) {
+            m_subscriptions.push_back(connection.SubscribeToEvent(
+                type, PackageCallback([this, text = name](const Package& package) {
+                    events.push_back(text + package.GetID());
+                })));
+        }
+        m_subscriptions.push_back(
+            connection.SubscribeToEvent(EventType::OperationStatusChanged,
+                                        OperationCallback([this](const Operation& operation) {
+                                            events.push_back("operation " + operation.GetUUID());
+                                        })));
+    }
+
+    bool Has(const std::string& event) const
+    {
+        return std::find(events.begin(), events.end(), event) != events.end();
+    }
+
+    Strings events;
+
+private:
+    DaemonConnection m_connection;
+    std::vector<EventSubscription> m_subscriptions;
+};
+
+void EmitEverySignal(Peer& peer, const char* destination)
+{
+    peer.Emit(destination, "PackageInstalled", evilPackage);
+    peer.Emit(destination, "PackageUpgraded", evilPackage);
+    peer.Emit(destination, "PackageRemoved", "('com.sample.notes',)");
+    peer.Emit(destination, "OperationStatusChanged", endOfOperation);
+    peer.Settle();
+}
+
+class AForeignPeer : public BusTest
+{
+protected:
+    Peer foreigner{bus.Address()};
+};
+
+class AForeignPeerBesideTheDaemon : public AForeignPeer
+{
+protected:
+    AForeignPeerBesideTheDaemon() { simulator.SetProperty("Operations", "[('u', 'p', 0, 40, 0)]"); }
+
+    void ExpectIgnored(const DaemonConnection& connection, Follower& follower)
+    {
+        simulator.Emit("PackageInstalled", markerPackage);
+        RunUntil([&] { return follower.Has("installed marker"); });
+        EXPECT_EQ(follower.events, (Strings{"installed marker"}));
+        EXPECT_TRUE(static_cast<bool>(connection.GetPackage("com.sample.notes")));
+        EXPECT_FALSE(static_cast<bool>(connection.GetPackage("evil.app")));
+        EXPECT_TRUE(static_cast<bool>(connection.GetActiveOperation("u")));
+    }
+
+    SimulatorProcess simulator{bus.Address(), {"--step-ms", "0"}};
+};
+
+TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredWhereItAddressesTheConnectionsUniqueName)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    EmitEverySignal(foreigner, foreigner.OwnerOf(ourName).c_str());
+    ExpectIgnored(connection, follower);
+}
+
+TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredWhereItAddressesTheConnectionsName)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    EmitEverySignal(foreigner, ourName);
+    ExpectIgnored(connection, follower);
+}
+
+TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredWhereItBroadcasts)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    EmitEverySignal(foreigner, nullptr);
+    ExpectIgnored(connection, follower);
+}
+
+TEST_F(AForeignPeerBesideTheDaemon, CannotDeclareItselfTheOwnerOfTheDaemonsName)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    const std::string daemon = foreigner.OwnerOf(Contract::busName);
+    for (const std::string& former : {daemon, std::string()}) {
+        const std::string body =
+            "('org.velmora.Emporium', '" + former + "', '" + foreigner.UniqueName() + "')";
+        foreigner.Emit(ourName, "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+                       body.c_str());
+    }
+    EmitEverySignal(foreigner, ourName);
+    ExpectIgnored(connection, follower);
+}
+
+TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredAfterTheDaemonHasRestarted)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    simulator.Stop();
+    EmitEverySignal(foreigner, ourName);
+    SimulatorProcess again(bus.Address());
+    EmitEverySignal(foreigner, ourName);
+    again.Emit("PackageInstalled", markerPackage);
+    RunUntil([&] { return follower.Has("installed marker"); });
+    EXPECT_EQ(follower.events, (Strings{"installed marker"}));
+}
+
+TEST_F(AForeignPeer, IsIgnoredWhereThereIsNoDaemonAndOneThatAppearsIsFollowed)
+{
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    EmitEverySignal(foreigner, ourName);
+    SimulatorProcess simulator(bus.Address());
+    EmitEverySignal(foreigner, ourName);
+    simulator.Emit("PackageInstalled", markerPackage);
+    RunUntil([&] { return follower.Has("installed marker"); });
+    EXPECT_EQ(follower.events, (Strings{"installed marker"}));
+    EXPECT_FALSE(static_cast<bool>(connection.GetPackage("evil.app")));
+}
+
+TEST_F(AForeignPeer, IsIgnoredBeforeTheMainLoopHasRunOnce)
+{
+    Peer daemon(bus.Address());
+    daemon.OwnDaemonName();
+    const auto connection = GetDaemonConnection(); // whose load fails: the peer knows no method
+    Follower follower(connection);
+    EmitEverySignal(foreigner, ourName);
+    daemon.Emit(nullptr, "PackageInstalled", markerPackage);
+    RunUntil([&] { return follower.Has("installed marker"); });
+    EXPECT_EQ(follower.events, (Strings{"installed marker"}));
+}
+
+TEST_F(AForeignPeer, IsFollowedFromTheMomentAtWhichItTakesOverTheNameAndTheFormerOwnerNoMore)
+{
+    Peer former(bus.Address());
+    former.OwnDaemonName();
+    const auto connection = GetDaemonConnection();
+    Follower follower(connection);
+    former.Emit(nullptr, "PackageInstalled", "(('a', '1', '', '', @a{sv} {}),)");
+    former.Settle();
+    foreigner.Emit(ourName, "PackageInstalled", "(('b', '1', '', '', @a{sv} {}),)");
+    foreigner.OwnDaemonName();
+    foreigner.Emit(ourName, "PackageInstalled", "(('c', '1', '', '', @a{sv} {}),)");
+    foreigner.Settle();
+    former.Emit(ourName, "PackageInstalled", "(('d', '1', '', '', @a{sv} {}),)");
+    former.Settle();
+    foreigner.Emit(nullptr, "PackageInstalled", markerPackage);
+    RunUntil([&] { return follower.Has("installed marker"); });
+    EXPECT_EQ(follower.events, (Strings{"installed a", "installed c", "installed marker"}));
+}
+
+} // namespace
