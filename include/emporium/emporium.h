@@ -12,6 +12,7 @@
 #include <common/operation_status.h>
 #include <common/operation_type.h>
 #include <emporium/daemon_connection.h>
+#include <emporium/daemon_watch.h>
 #include <emporium/event_subscription.h>
 #include <emporium/event_type.h>
 #include <emporium/operation.h>

@@ -25,8 +25,9 @@ std::string_view SenderOf(const sdbus::Message& message)
 
 } // namespace
 
-DaemonOwner::DaemonOwner(sdbus::IConnection& connection)
-    : m_bus(sdbus::createProxy(connection, sdbus::ServiceName(busName), sdbus::ObjectPath(busPath)))
+DaemonOwner::DaemonOwner(sdbus::IConnection& connection, std::function<void()> onChange)
+    : m_onChange(std::move(onChange)),
+      m_bus(sdbus::createProxy(connection, sdbus::ServiceName(busName), sdbus::ObjectPath(busPath)))
 {
     AskForChanges(connection);
     AskForOwner();
@@ -66,6 +67,7 @@ void DaemonOwner::AskForOwner()
         if (!error && m_owner.empty()) {
             reply >> m_owner;
         }
+        m_onChange();
     };
     m_reply = m_bus->callMethodAsync(call, onReply, sdbus::return_slot);
 }
@@ -87,8 +89,11 @@ void DaemonOwner::Change(const std::string& from, const std::string& to)
 {
     // A change from another owner is older than the reply by which this one is known.
     if (m_owner.empty() || m_owner == from) {
+        m_owner.clear();
+        m_onChange(); // a replacement is seen as an absence too
         m_owner = to;
     }
+    m_onChange();
 }
 
 } // namespace Emporium

@@ -6,6 +6,7 @@
 #include <sdbus-c++/Message.h>
 #include <sdbus-c++/TypeTraits.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,9 +24,13 @@ namespace Emporium {
 class DaemonOwner
 {
 public:
-    explicit DaemonOwner(sdbus::IConnection& connection);
+    /// Calls `onChange` from the main loop after everything that the bus tells about the owner, also
+    /// where that is known already.
+    DaemonOwner(sdbus::IConnection& connection, std::function<void()> onChange);
     DaemonOwner(const DaemonOwner&) = delete;
     DaemonOwner& operator=(const DaemonOwner&) = delete;
+
+    bool IsPresent() const { return !m_owner.empty(); }
 
     /// True if the owner sent this message. False as long as no owner is known.
     bool HasSent(const sdbus::Message& message) const;
@@ -40,6 +45,7 @@ private:
     void OnChange(sdbus::Message signal);
     void Change(const std::string& from, const std::string& to);
 
+    const std::function<void()> m_onChange;
     std::string m_owner; ///< Its unique name; empty if there is none, or none is known.
     std::unique_ptr<sdbus::IProxy> m_bus;
     sdbus::Slot m_changes;

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <string>
 #include <sys/eventfd.h>
+#include <utility>
 
 namespace Emporium::DBusConnection {
 
@@ -87,8 +88,9 @@ void Holder::RequestConnectionName()
     }
 }
 
-EventDispatcher::EventDispatcher(sdbus::IConnection& connection)
-    : m_connection(connection), m_busSource(MakeSource(connection.getEventLoopPollData().fd)),
+EventDispatcher::EventDispatcher(sdbus::IConnection& connection, std::function<void()> onLost)
+    : m_connection(connection), m_onLost(std::move(onLost)),
+      m_busSource(MakeSource(connection.getEventLoopPollData().fd)),
       m_queueSource(MakeSource(connection.getEventLoopPollData().eventFd))
 {
 }
@@ -140,6 +142,8 @@ bool EventDispatcher::ProcessPending()
     m_processing = false;
     if (connected) {
         ResumePolling();
+    } else {
+        m_onLost();
     }
     return connected;
 }

@@ -3,6 +3,7 @@
 
 #include <sdbus-c++/IConnection.h>
 
+#include <functional>
 #include <memory>
 
 namespace Emporium::DBusConnection {
@@ -39,7 +40,8 @@ private:
 class EventDispatcher
 {
 public:
-    explicit EventDispatcher(sdbus::IConnection& connection);
+    /// Calls `onLost` from the main loop when the bus is lost.
+    EventDispatcher(sdbus::IConnection& connection, std::function<void()> onLost);
     EventDispatcher(const EventDispatcher&) = delete;
     EventDispatcher& operator=(const EventDispatcher&) = delete;
     ~EventDispatcher();
@@ -65,6 +67,7 @@ private:
     void ResumePolling();
 
     sdbus::IConnection& m_connection;
+    const std::function<void()> m_onLost;
     bool m_processing = false;
     SourcePointer m_busSource;
     SourcePointer m_queueSource;

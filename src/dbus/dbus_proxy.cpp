@@ -15,13 +15,17 @@ using Common::LogLevel;
 using Common::LogMessage;
 
 DBusProxy::DBusProxy(Unregister unregister)
-    : EventDispatcher(Connection()),
+    : EventDispatcher(Connection(), [this] { TellDaemonState(DaemonState::Disconnected); }),
       ProxyInterfaces(Connection(), sdbus::ServiceName(Contract::busName),
                       sdbus::ObjectPath(Contract::objectPath)),
-      m_unregister(std::move(unregister)), m_daemonOwner(Connection())
+      m_unregister(std::move(unregister)), m_daemonOwner(Connection(), [this] {
+          TellDaemonState(m_daemonOwner.IsPresent() ? DaemonState::Present : DaemonState::Absent);
+      })
 {
     RequestConnectionName();
     registerProxy();
+    // The bus has answered about the daemon's owner while the other requests were waited for.
+    WakeForQueuedMessages();
 }
 
 DBusProxy::~DBusProxy()
@@ -101,6 +105,13 @@ bool DBusProxy::isFromDaemon(const sdbus::Message& signal) const
 void DBusProxy::onReplyFromDaemon(const sdbus::Message& reply)
 {
     m_daemonOwner.LearnFromReply(reply);
+    CurrentDaemonState = DaemonState::Present;
+}
+
+void DBusProxy::TellDaemonState(DaemonState state)
+{
+    CurrentDaemonState = state;
+    DaemonStateChanged(state);
 }
 
 void DBusProxy::onOperationStatusChanged(const Operation& operation)

@@ -3,6 +3,7 @@
 
 #include "dbus/properties.h"
 
+#include <emporium/daemon_watch.h>
 #include <emporium/operation.h>
 #include <emporium/package.h>
 #include <emporium/result.h>
@@ -41,6 +42,12 @@ public:
     /// Carries the identifier of the removed package.
     boost::signals2::signal<void(const std::string&)> PackageRemoved;
     boost::signals2::signal<void(const Operation&)> OperationStatusChanged;
+
+    /// Emitted when the daemon appears or vanishes and when the bus is lost, in order with the other
+    /// signals. The same state may be emitted again.
+    boost::signals2::signal<void(DaemonState)> DaemonStateChanged;
+    /// What is known now; can be ahead of the signal.
+    DaemonState CurrentDaemonState = DaemonState::Absent;
 };
 
 /// The proxy of the process, created on first use. Null if that fails; the cause is logged, and the

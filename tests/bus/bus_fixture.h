@@ -50,6 +50,7 @@ public:
     }
 
     void Stop() { m_process->Stop(); }
+    void Kill() { m_process->Kill(); }
     int Wait() { return m_process->Wait(); }
 
     /// Calls a verb of the control interface.
@@ -84,7 +85,7 @@ public:
         return {count, argument};
     }
 
-    bool NameHasOwner(const char* name)
+    bool NameHasOwner(const char* name) const
     {
         const Owned<GVariant> reply =
             Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -98,7 +99,7 @@ public:
 
 private:
     Owned<GVariant> Call(const char* destination, const char* path, const char* interface,
-                         const char* method, GVariant* arguments)
+                         const char* method, GVariant* arguments) const
     {
         GError* raw = nullptr;
         Owned<GVariant> reply(g_dbus_connection_call_sync(

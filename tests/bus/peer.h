@@ -36,18 +36,21 @@ public:
     }
 
     /// Takes the daemon's name, from its owner if that allows it.
-    void OwnDaemonName()
+    void OwnDaemonName() { OwnName(Emporium::Contract::busName); }
+
+    void OwnName(const char* name)
     {
         constexpr unsigned allowReplacement = 1;
         constexpr unsigned replaceExisting = 2;
+        constexpr unsigned doNotQueue = 4;
         const Owned<GVariant> reply =
-            CallBus("RequestName", g_variant_new("(su)", Emporium::Contract::busName,
-                                                 allowReplacement | replaceExisting));
+            CallBus("RequestName",
+                    g_variant_new("(su)", name, allowReplacement | replaceExisting | doNotQueue));
         constexpr unsigned primaryOwner = 1;
         unsigned answer = 0;
         g_variant_get(reply.get(), "(u)", &answer);
         if (answer != primaryOwner) {
-            throw std::runtime_error("the daemon's name cannot be taken");
+            throw std::runtime_error("the name cannot be taken");
         }
     }
 

@@ -59,13 +59,8 @@ public:
         return line;
     }
 
-    void Stop()
-    {
-        if (m_pid > 0) {
-            kill(m_pid, SIGTERM);
-            Wait();
-        }
-    }
+    void Stop() { End(SIGTERM); }
+    void Kill() { End(SIGKILL); }
 
     int Wait()
     {
@@ -78,6 +73,14 @@ public:
     }
 
 private:
+    void End(int signal)
+    {
+        if (m_pid > 0) {
+            kill(m_pid, signal);
+            Wait();
+        }
+    }
+
     pid_t m_pid = -1;
     int m_output = -1;
 };
