@@ -11,6 +11,7 @@ namespace Emporium {
 
 class DaemonWatchPrivate;
 
+/// Whether the daemon can be reached. New states may be added, so a `switch` needs a default.
 enum class DaemonState : std::int32_t
 {
     Present = 0,      ///< A process owns the daemon's name on the bus.
@@ -18,13 +19,14 @@ enum class DaemonState : std::int32_t
     Disconnected = 2, ///< The bus is lost, or could not be reached. Never changes again.
 };
 
+/// What a DaemonWatch calls.
 using DaemonStateCallback = std::function<void(DaemonState)>;
 
-/// Watches whether the daemon is there.
+/// Watches whether the daemon is on the bus.
 ///
-/// A DaemonConnection follows a daemon that is restarted, but keeps the snapshot of its construction:
-/// what changed in between is not reported. A new connection reads the state of the new daemon. For
-/// example, for an operation that the application waits for:
+/// A DaemonConnection follows a daemon that restarts, but does not reload its snapshot, so it misses
+/// what changed meanwhile. A new connection loads the state of the new daemon. An application that
+/// waits for an operation looks it up there:
 ///
 ///     std::optional<Emporium::DaemonConnection> latest;
 ///     const Emporium::DaemonWatch watch([&](Emporium::DaemonState state) {
@@ -37,22 +39,22 @@ using DaemonStateCallback = std::function<void(DaemonState)>;
 ///     });
 ///
 /// **Callback.** Called at every change of the state, in the main loop, in order with the events of
-/// the daemon: those that precede it on the bus are delivered before it. A daemon that is replaced by
-/// another one without a gap is Absent, then Present. The callback may do whatever an event's
-/// callback may, and may destroy the watch. An exception from it is dropped; other watches are called
-/// all the same.
+/// the daemon: those that precede it on the bus are delivered before it. If another process takes
+/// over the daemon's name, the state is Absent, then Present. The callback may do everything that the
+/// callback of an event may do, and may destroy the watch. An exception from it is logged, and the
+/// other watches are still called.
 ///
 /// **Threads.** For use on the thread that iterates the GLib default main context.
 ///
-/// **Lifetime.** A handle: copies share one watch. Destroying the last one ends it; the callback is
-/// not called any more. A watch uses the process's connection to the bus and opens it if there is
-/// none. May be a global. A handle that was moved from may only be assigned to or destroyed.
+/// **Lifetime.** A handle: copies share one watch, which ends with the last of them; its callback is
+/// then no longer called. A watch uses the connection of the process to the bus and opens it if there
+/// is none. May be a global. A handle that was moved from may only be assigned to or destroyed.
 class EMPORIUM_EXPORT DaemonWatch
 {
 public:
-    /// Does not wait for the bus to say whether the daemon is there. After a DaemonConnection has
-    /// loaded its snapshot, the state is Present at once; otherwise it is Absent until the main loop
-    /// runs, which then calls the callback. An empty callback is accepted.
+    /// Does not block. If a DaemonConnection has loaded its snapshot before, the state is Present at
+    /// once; otherwise it is Absent until the main loop iterates, which then calls the callback. An
+    /// empty callback is accepted.
     ///
     /// If the bus cannot be reached, the state is Disconnected, and the reason is written to standard
     /// output.
@@ -63,7 +65,7 @@ public:
     DaemonWatch& operator=(DaemonWatch&& other) noexcept;
     ~DaemonWatch();
 
-    /// The state at construction, then the one that the callback was last called with.
+    /// The state that the callback was last called with, or the one at construction.
     DaemonState State() const;
 
 private:

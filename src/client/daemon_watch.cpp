@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <emporium/daemon_watch.h>
 
+#include "common/log/log_message.h"
 #include "dbus/idbus_proxy.h"
 
 #include <boost/signals2/connection.hpp>
+
+#include <exception>
 
 namespace Emporium {
 
@@ -30,7 +33,7 @@ private:
 
     DaemonState m_state = DaemonState::Disconnected;
     const DaemonStateCallback m_callback;
-    const std::shared_ptr<IDBusProxy> m_proxy; // before m_handler, which its signal is needed for
+    const std::shared_ptr<IDBusProxy> m_proxy;
 
     // Last member: the handler is disconnected before anything that it uses is destroyed.
     boost::signals2::scoped_connection m_handler;
@@ -38,7 +41,7 @@ private:
 
 void DaemonWatchPrivate::OnStateChanged(DaemonState state)
 {
-    // What the proxy has heard already may differ from what this watch has reported.
+    // The proxy repeats a state, and can know it before this watch reports it.
     if (state == m_state) {
         return;
     }
@@ -48,10 +51,14 @@ void DaemonWatchPrivate::OnStateChanged(DaemonState state)
     }
     // The callback may destroy the last handle.
     const std::shared_ptr<DaemonWatchPrivate> self = shared_from_this();
+    // An exception must not keep the other watches from their callbacks.
     try {
         m_callback(state);
-    } catch (...) { // NOLINT(bugprone-empty-catch)
-        // As from the callback of an event; here it would also keep the other watches from theirs.
+    } catch (const std::exception& error) {
+        Common::LogMessage(Common::LogLevel::Error)
+            << "The callback of a daemon watch failed (" << error.what() << ")";
+    } catch (...) {
+        Common::LogMessage(Common::LogLevel::Error) << "The callback of a daemon watch failed";
     }
 }
 

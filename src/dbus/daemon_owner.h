@@ -18,14 +18,14 @@ namespace Emporium {
 /// library, which sees the sender's unique name only, takes it for the owner of any name. So every
 /// participant of the bus can have its own signals delivered here.
 ///
-/// Nothing here is waited for. The bus answers in the order of the questions, and both are asked
-/// before the first signal is subscribed to; so the owner is known before the daemon's first signal
-/// is dispatched, and each signal is compared with the owner at the time at which it was sent.
+/// Nothing here blocks. The bus replies in the order of the requests, and both are sent before the
+/// first subscription to a signal; so the owner is known before the daemon's first signal is
+/// dispatched, and each signal is compared with the owner at the time at which it was sent.
 class DaemonOwner
 {
 public:
-    /// Calls `onChange` from the main loop after everything that the bus tells about the owner, also
-    /// where that is known already.
+    /// Calls `onChange` from the main loop after each message of the bus about the owner, also if the
+    /// owner was known before.
     DaemonOwner(sdbus::IConnection& connection, std::function<void()> onChange);
     DaemonOwner(const DaemonOwner&) = delete;
     DaemonOwner& operator=(const DaemonOwner&) = delete;
@@ -35,8 +35,8 @@ public:
     /// True if the owner sent this message. False as long as no owner is known.
     bool HasSent(const sdbus::Message& message) const;
 
-    /// A reply to a call of the daemon tells the owner at once. What the bus tells is dispatched only
-    /// when the main loop runs.
+    /// Takes the sender of the daemon's reply for the owner, because messages of the bus are dispatched
+    /// only when the main loop iterates.
     void LearnFromReply(const sdbus::Message& reply);
 
 private:

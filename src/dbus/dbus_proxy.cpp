@@ -15,11 +15,11 @@ using Common::LogLevel;
 using Common::LogMessage;
 
 DBusProxy::DBusProxy(Unregister unregister)
-    : EventDispatcher(Connection(), [this] { TellDaemonState(DaemonState::Disconnected); }),
+    : EventDispatcher(Connection(), [this] { ReportDaemonState(DaemonState::Disconnected); }),
       ProxyInterfaces(Connection(), sdbus::ServiceName(Contract::busName),
                       sdbus::ObjectPath(Contract::objectPath)),
       m_unregister(std::move(unregister)), m_daemonOwner(Connection(), [this] {
-          TellDaemonState(m_daemonOwner.IsPresent() ? DaemonState::Present : DaemonState::Absent);
+          ReportDaemonState(m_daemonOwner.IsPresent() ? DaemonState::Present : DaemonState::Absent);
       })
 {
     RequestConnectionName();
@@ -108,7 +108,7 @@ void DBusProxy::onReplyFromDaemon(const sdbus::Message& reply)
     CurrentDaemonState = DaemonState::Present;
 }
 
-void DBusProxy::TellDaemonState(DaemonState state)
+void DBusProxy::ReportDaemonState(DaemonState state)
 {
     CurrentDaemonState = state;
     DaemonStateChanged(state);

@@ -41,7 +41,7 @@ private:
     auto ValueOf(const char* method, Function call) -> Result<decltype(call())>;
     template <typename Function>
     Result<void> OutcomeOf(const char* method, Function call);
-    void TellDaemonState(DaemonState state);
+    void ReportDaemonState(DaemonState state);
     ErrorResult CallFailed(const char* method, const std::string& reason);
 
     bool isFromDaemon(const sdbus::Message& signal) const override;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "fake_proxy.h"
+#include "support/output.h"
 
 #include <algorithm>
 #include <optional>
@@ -115,14 +116,23 @@ TEST_F(WatchByItself, ManyAreCalledInTheOrderOfTheirConstructionAlsoAfterOneThat
     EXPECT_EQ(called.size(), 200U);
 }
 
-TEST_F(WatchByItself, WithoutACallbackHasItsStateAllTheSame)
+TEST_F(WatchByItself, AnExceptionFromACallbackIsLogged)
+{
+    const DaemonWatch first([](DaemonState) { throw std::runtime_error("reason"); });
+    const DaemonWatch second([](DaemonState) { throw 1; });
+    EXPECT_EQ(OutputOf([&] { Change(DaemonState::Present); }),
+              "[E] The callback of a daemon watch failed (reason)\n"
+              "[E] The callback of a daemon watch failed\n");
+}
+
+TEST_F(WatchByItself, HasItsStateWithoutACallback)
 {
     const DaemonWatch watch(nullptr);
     Change(DaemonState::Present);
     EXPECT_EQ(watch.State(), DaemonState::Present);
 }
 
-TEST_F(WatchByItself, OfACallbackThatMakesAnotherOneIsThatOneNotCalledForTheSameChange)
+TEST_F(WatchByItself, AWatchThatACallbackCreatesIsNotCalledForTheSameChange)
 {
     std::optional<DaemonWatch> inner;
     const DaemonWatch outer([&](DaemonState) {
