@@ -87,8 +87,8 @@ Control::Handler Control::HandlerOf(std::string_view verb)
         {Verb::failOperation, &Control::FailOperation},
         {Verb::addPackage, &Control::AddPackage},
         {Verb::removePackage, &Control::RemovePackage},
-        {Verb::addActiveOperation, &Control::AddActiveOperation},
-        {Verb::addCompletedOperation, &Control::AddCompletedOperation},
+        {Verb::addActiveOperation, &Control::AddOperation<&Store::PutActive>},
+        {Verb::addCompletedOperation, &Control::AddOperation<&Store::PutCompleted>},
         {Verb::reset, &Control::Reset},
     };
     static_assert(std::size(handlers) == std::size(ControlContract::allVerbs));
@@ -300,26 +300,14 @@ Variant Control::RemovePackage(GVariant* arguments)
     return EmptyBody();
 }
 
-Variant Control::AddActiveOperation(GVariant* arguments)
+template <void (Store::*Put)(const Operation&)>
+Variant Control::AddOperation(GVariant* arguments)
 {
     GVariant* value = nullptr;
     gboolean announce = FALSE;
     g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
     const Variant operation(value);
-    m_store.PutActive(OperationFromVariant(operation.Get()));
-    if (announce != FALSE) {
-        m_bus.Emit({.name = Contract::Signal::operationStatusChanged}, Body(operation));
-    }
-    return EmptyBody();
-}
-
-Variant Control::AddCompletedOperation(GVariant* arguments)
-{
-    GVariant* value = nullptr;
-    gboolean announce = FALSE;
-    g_variant_get(arguments, "(@(ssiii)b)", &value, &announce);
-    const Variant operation(value);
-    m_store.PutCompleted(OperationFromVariant(operation.Get()));
+    (m_store.*Put)(OperationFromVariant(operation.Get()));
     if (announce != FALSE) {
         m_bus.Emit({.name = Contract::Signal::operationStatusChanged}, Body(operation));
     }

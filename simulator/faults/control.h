@@ -48,8 +48,8 @@ private:
     Variant FailOperation(GVariant* arguments);
     Variant AddPackage(GVariant* arguments);
     Variant RemovePackage(GVariant* arguments);
-    Variant AddActiveOperation(GVariant* arguments);
-    Variant AddCompletedOperation(GVariant* arguments);
+    template <void (Store::*Put)(const Operation&)>
+    Variant AddOperation(GVariant* arguments);
     Variant Reset(GVariant* arguments);
 
     BusConnection& m_bus;
