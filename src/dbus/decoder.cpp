@@ -131,11 +131,11 @@ struct PropertyReader
 
 // In the order in which a reply is checked: with two failures, the first one here is reported.
 constexpr std::array<PropertyReader, 5> propertyReaders{{
-    {Contract::Property::architecture, "s",
+    {Contract::Property::architecture, Contract::string,
      [](sdbus::Message& message, Properties& properties) {
          properties.Architecture = ReadText(message);
      }},
-    {Contract::Property::veyraVersion, "s",
+    {Contract::Property::veyraVersion, Contract::string,
      [](sdbus::Message& message, Properties& properties) {
          properties.VeyraVersion = ReadText(message);
      }},
