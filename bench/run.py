@@ -327,7 +327,7 @@ def measure(bench, programs, bus):
     if not quick:
         loads = [
             (packages, entries, rounds)
-            for packages, rounds in ((100, 15), (1000, 11), (10_000, 9), (100_000, 3))
+            for packages, rounds in ((100, 9), (1000, 9), (10_000, 9), (100_000, 2))
             for entries in (0, 4, 16) if (packages, entries) != (100_000, 16)]
     for packages, entries, rounds in loads:
         bench.load(packages, entries, rounds)
@@ -336,7 +336,7 @@ def measure(bench, programs, bus):
     for packages in (100, 10_000):
         bench.signals(packages, 20_000 if quick else 100_000, 5 if quick else 9)
     bench.calls(2000 if quick else 10_000, 15)
-    bench.start_up(11 if quick else 51)
+    bench.start_up(11 if quick else 31)
     if not quick:
         bench.step_instructions(
             "load instructions/1000/4", "call, decode and drop, 1,000 packages, 4 entries",
