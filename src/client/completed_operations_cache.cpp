@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "client/completed_operations_cache.h"
 
+#include "client/private_directory.h"
 #include "common/fs/file_name.h"
 #include "common/log/log_message.h"
 
@@ -9,9 +10,13 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <unistd.h>
 #include <unordered_map>
+#include <utility>
 
 namespace Emporium::CompletedOperationsCache {
 
@@ -21,10 +26,19 @@ using Common::LogMessage;
 
 namespace {
 
+constexpr std::string_view reading = "reading";
+constexpr std::string_view writing = "writing";
+
 struct TimestampedOperationPath
 {
     fs::file_time_type time;
     fs::path path;
+};
+
+struct TimestampedOperation
+{
+    fs::file_time_type time;
+    Operation operation;
 };
 
 fs::path CacheDirectory()
@@ -33,40 +47,137 @@ fs::path CacheDirectory()
     return fs::path(AppDir::getPath(applicationCache)) / "emporium-api" / "completed-operations";
 }
 
-/// All entries, of any type: reading reports those that hold no operation.
-std::vector<TimestampedOperationPath> ListByTime(const fs::path& directory)
+/// Paths in log lines are those of the cache directory, wherever its content is at the moment.
+std::string WithPath(std::string text, const fs::path& actual, const fs::path& shown)
 {
-    std::vector<TimestampedOperationPath> entries;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-        entries.push_back({entry.last_write_time(), entry.path()});
+    const std::string& from = actual.native();
+    const std::string& to = shown.native();
+    for (std::size_t place = text.find(from); place != std::string::npos && from != to;
+         place = text.find(from, place + to.size())) {
+        text.replace(place, from.size(), to);
     }
-    std::sort(entries.begin(), entries.end(),
-              [](const auto& left, const auto& right) { return left.time < right.time; });
-    return entries;
+    return text;
 }
 
-std::vector<Operation> ReadEntries(const std::vector<TimestampedOperationPath>& entries)
+/// Reads a directory with the cache's files and removes what it has read.
+///
+/// Another process may still be adding files: one that has found the directory under its former name.
+/// So only what was listed is removed; what came after that is listed next.
+class Reader
 {
-    std::vector<Operation> operations;
-    operations.reserve(entries.size());
-    for (const TimestampedOperationPath& entry : entries) {
-        const Result<Operation> operation = Operation::FromFile(entry.path.string());
-        if (operation) {
-            operations.push_back(operation.Get());
-        } else {
-            LogMessage(LogLevel::Warning) << operation.GetError();
+public:
+    Reader(const fs::path& actual, const fs::path& shown) : m_actual(actual), m_shown(shown) {}
+
+    /// False if something is left; the reason is logged.
+    bool ReadAndRemove(std::vector<TimestampedOperation>& operations)
+    {
+        // Some file systems rename an open file instead of removing it, which never ends.
+        constexpr int mostRounds = 16;
+        bool removed = false;
+        for (int round = 1; !removed; ++round) {
+            std::vector<TimestampedOperationPath> entries;
+            try {
+                entries = List();
+            } catch (const std::exception& error) {
+                LogMessage(LogLevel::Warning) << "Couldn't read cached completed operations ("
+                                              << WithPath(error.what(), m_actual, m_shown) << ")";
+                return false;
+            }
+            Read(entries, operations);
+            try {
+                removed = Remove(entries, round < mostRounds);
+            } catch (const std::exception& error) {
+                LogMessage(LogLevel::Warning)
+                    << "Couldn't remove completed operations cache directory (" << error.what()
+                    << ")";
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    /// All entries, of any type: reading reports those that hold no operation.
+    std::vector<TimestampedOperationPath> List() const
+    {
+        std::vector<TimestampedOperationPath> entries;
+        for (const fs::directory_entry& entry : fs::directory_iterator(m_actual)) {
+            entries.push_back({entry.last_write_time(), entry.path()});
+        }
+        std::sort(entries.begin(), entries.end(),
+                  [](const auto& left, const auto& right) { return left.time < right.time; });
+        return entries;
+    }
+
+    void Read(const std::vector<TimestampedOperationPath>& entries,
+              std::vector<TimestampedOperation>& operations) const
+    {
+        for (const TimestampedOperationPath& entry : entries) {
+            const Result<Operation> operation = Operation::FromFile(entry.path.string());
+            if (operation) {
+                operations.push_back({entry.time, operation.Get()});
+            } else {
+                LogMessage(LogLevel::Warning) << WithPath(operation.GetError(), m_actual, m_shown);
+            }
         }
     }
-    return operations;
+
+    /// False if there is something else in the directory now, which may be.
+    bool Remove(const std::vector<TimestampedOperationPath>& entries, bool mayBeFilled) const
+    {
+        std::error_code failure;
+        for (const TimestampedOperationPath& entry : entries) {
+            fs::remove_all(entry.path, failure);
+            if (failure) {
+                throw fs::filesystem_error("cannot remove all", m_shown, failure);
+            }
+        }
+        fs::remove(m_actual, failure);
+        if (failure == std::errc::directory_not_empty && mayBeFilled) {
+            return false;
+        }
+        if (failure) {
+            throw fs::filesystem_error("cannot remove all", m_shown, failure);
+        }
+        return true;
+    }
+
+    const fs::path& m_actual;
+    const fs::path& m_shown;
+};
+
+void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory,
+                                   std::vector<TimestampedOperation>& operations)
+{
+    for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, reading)) {
+        Reader(left.Path(), directory).ReadAndRemove(operations);
+    }
+    for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, writing)) {
+        std::error_code ignored; // the next start tries again
+        fs::remove_all(left.Path(), ignored);
+    }
 }
 
-void RemoveDirectory(const fs::path& directory)
+/// Under its own name, the directory could be read by another process at the same time, and filled by
+/// one that still stores its operations.
+void ReadAndRemoveDirectory(const fs::path& directory,
+                            std::vector<TimestampedOperation>& operations)
 {
-    try {
-        fs::remove_all(directory);
-    } catch (const std::exception& error) {
-        LogMessage(LogLevel::Warning)
-            << "Couldn't remove completed operations cache directory (" << error.what() << ")";
+    if (::rmdir(directory.c_str()) == 0) {
+        return; // empty, as most runs leave it
+    }
+    std::error_code cannotBeRenamed;
+    const std::optional<PrivateDirectory> taken =
+        PrivateDirectory::Take(directory, reading, cannotBeRenamed);
+    if (cannotBeRenamed) {
+        Reader(directory, directory).ReadAndRemove(operations);
+    }
+    if (!taken) {
+        return;
+    }
+    if (!Reader(taken->Path(), directory).ReadAndRemove(operations)) {
+        std::error_code ignored; // there may be a new one; the next start reads both
+        fs::rename(taken->Path(), directory, ignored);
     }
 }
 
@@ -79,15 +190,79 @@ void EnsureExists(const fs::path& directory)
     }
 }
 
-Result<void> Save(const Operation& operation, const fs::path& directory)
+/// Stores operations, each file in one step: no reader finds half a file.
+class Writer
 {
-    const std::string& uuid = operation.GetUUID(); // any text, as the daemon sent it
-    if (!Common::IsPlainFileName(uuid)) {
-        return ErrorResult("Couldn't open " + directory.string() + "/" + uuid +
-                           " to save operation");
+public:
+    explicit Writer(const fs::path& directory)
+        : m_directory(directory), m_staging(PrivateDirectory::Create(directory, writing))
+    {
     }
-    return operation.SaveToFile((directory / uuid).string());
-}
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+    ~Writer()
+    {
+        if (m_staging) {
+            std::error_code ignored; // the next start tries again
+            fs::remove_all(m_staging->Path(), ignored);
+        }
+    }
+
+    Result<void> Save(const Operation& operation) const
+    {
+        const std::string& uuid = operation.GetUUID(); // any text, as the daemon sent it
+        if (!Common::IsPlainFileName(uuid)) {
+            return CannotOpen(m_directory.string() + "/" + uuid);
+        }
+        const fs::path file = m_directory / uuid;
+        if (!m_staging) {
+            return operation.SaveToFile(file.string());
+        }
+        const fs::path staged = m_staging->Path() / "operation";
+        const Result<void> result = operation.SaveToFile(staged.string());
+        if (!result) {
+            return ErrorResult(WithPath(result.GetError(), staged, file));
+        }
+        const std::error_code failure = Move(staged, file);
+        if (failure == std::errc::cross_device_link) {
+            return operation.SaveToFile(file.string());
+        }
+        return failure ? Result<void>(CannotOpen(file.string())) : SuccessResult<void>();
+    }
+
+private:
+    static ErrorResult CannotOpen(const std::string& path)
+    {
+        return ErrorResult("Couldn't open " + path + " to save operation");
+    }
+
+    /// Unlike a query of its status, creating the directory waits for a removal that has begun.
+    void CreateAgain() const
+    {
+        std::error_code failure; // moving the file will fail again
+        fs::create_directory(m_directory, failure);
+        if (failure) {
+            fs::create_directories(m_directory, failure);
+        }
+    }
+
+    std::error_code Move(const fs::path& staged, const fs::path& file) const
+    {
+        // A process that starts takes the directory in order to read it; so may the one after it.
+        constexpr int mostStarts = 100;
+        std::error_code failure;
+        fs::rename(staged, file, failure);
+        for (int starts = 0; failure == std::errc::no_such_file_or_directory && starts < mostStarts;
+             ++starts) {
+            CreateAgain();
+            fs::rename(staged, file, failure);
+        }
+        return failure;
+    }
+
+    const fs::path& m_directory;
+    const std::optional<PrivateDirectory> m_staging;
+};
 
 using FailuresByUUID = std::unordered_map<std::string_view, std::string>;
 
@@ -100,11 +275,12 @@ FailuresByUUID SaveLastOfEach(const std::vector<Operation>& operations, const fs
         last[operation.GetUUID()] = &operation;
     }
     FailuresByUUID failures;
+    const Writer writer(directory);
     for (const Operation& operation : operations) {
         if (last[operation.GetUUID()] != &operation) {
             continue;
         }
-        const Result<void> result = Save(operation, directory);
+        const Result<void> result = writer.Save(operation);
         if (!result) {
             failures.emplace(operation.GetUUID(), result.GetError());
         }
@@ -123,26 +299,34 @@ void LogFailures(const std::vector<Operation>& operations, const FailuresByUUID&
     }
 }
 
+std::vector<Operation> InOrderOfTime(std::vector<TimestampedOperation> found)
+{
+    std::sort(found.begin(), found.end(),
+              [](const auto& left, const auto& right) { return left.time < right.time; });
+    std::vector<Operation> operations;
+    operations.reserve(found.size());
+    for (TimestampedOperation& entry : found) {
+        operations.push_back(std::move(entry.operation));
+    }
+    return operations;
+}
+
 } // namespace
 
 std::vector<Operation> ReadAndRemove()
 {
-    fs::path directory;
-    std::vector<TimestampedOperationPath> entries;
+    std::vector<TimestampedOperation> operations;
     try {
-        directory = CacheDirectory();
-        if (!fs::is_directory(directory)) {
-            return {};
+        const fs::path directory = CacheDirectory();
+        ReadAndRemoveWhatIsLeftBehind(directory, operations);
+        if (fs::is_directory(directory)) {
+            ReadAndRemoveDirectory(directory, operations);
         }
-        entries = ListByTime(directory);
     } catch (const std::exception& error) {
         LogMessage(LogLevel::Warning)
             << "Couldn't read cached completed operations (" << error.what() << ")";
-        return {};
     }
-    std::vector<Operation> operations = ReadEntries(entries);
-    RemoveDirectory(directory);
-    return operations;
+    return InOrderOfTime(std::move(operations));
 }
 
 void Write(const std::vector<Operation>& operations)
@@ -157,7 +341,9 @@ void Write(const std::vector<Operation>& operations)
             << ")";
         return;
     }
-    LogFailures(operations, SaveLastOfEach(operations, directory));
+    if (!operations.empty()) {
+        LogFailures(operations, SaveLastOfEach(operations, directory));
+    }
 }
 
 } // namespace Emporium::CompletedOperationsCache

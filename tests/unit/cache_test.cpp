@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "client/completed_operations_cache.h"
+
 #include "fake_proxy.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <memory>
+#include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -19,6 +25,31 @@ namespace {
 namespace fs = std::filesystem;
 using namespace Emporium;
 using namespace TestSupport;
+
+/// Drops the rights of root, for whom no permission counts, while this object lives.
+class AsAnOrdinaryUser
+{
+public:
+    explicit AsAnOrdinaryUser(const fs::path& home)
+    {
+        if (m_isRoot) {
+            EXPECT_EQ(chown(home.c_str(), nobody, nobody), 0);
+            EXPECT_EQ(seteuid(nobody), 0);
+        }
+    }
+    AsAnOrdinaryUser(const AsAnOrdinaryUser&) = delete;
+    AsAnOrdinaryUser& operator=(const AsAnOrdinaryUser&) = delete;
+    ~AsAnOrdinaryUser()
+    {
+        if (m_isRoot) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+    }
+
+private:
+    static constexpr uid_t nobody = 65534;
+    const bool m_isRoot = geteuid() == 0;
+};
 
 class Cache : public ConnectionTest
 {
@@ -58,14 +89,13 @@ protected:
         return entries;
     }
 
-    /// Returns the files that a connection writes on destruction, in the order in which it closes
-    /// them.
+    /// Returns the files that a connection writes on destruction, in the order in which they appear.
     Strings FilesWritten()
     {
         auto connection = std::make_unique<DaemonConnection>();
         fs::create_directories(CacheDirectory());
         const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        inotify_add_watch(events, CacheDirectory().c_str(), IN_CLOSE_WRITE);
+        inotify_add_watch(events, CacheDirectory().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
         connection.reset();
         std::array<char, 65536> buffer{};
         const ssize_t size = read(events, buffer.data(), buffer.size());
@@ -79,6 +109,27 @@ protected:
             position += event.len;
         }
         return files;
+    }
+
+    /// What is in the directory around the cache directory.
+    Strings Siblings() const
+    {
+        Strings siblings;
+        for (const auto& entry : fs::directory_iterator(CacheDirectory().parent_path())) {
+            siblings.push_back(entry.path().filename().string());
+        }
+        std::sort(siblings.begin(), siblings.end());
+        return siblings;
+    }
+
+    fs::path PrivatePath(const std::string& purpose, const std::string& number) const
+    {
+        return CacheDirectory().string() + "." + purpose + "-" + number;
+    }
+
+    static void Append(std::vector<Operation>& all, const std::vector<Operation>& more)
+    {
+        all.insert(all.end(), more.begin(), more.end());
     }
 
     std::string PathOf(const std::string& name) const
@@ -196,8 +247,11 @@ TEST_F(Cache, ADanglingLinkAbortsReadingAndTheDirectoryStays)
     const std::string log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
     EXPECT_EQ(log.rfind("[W] Couldn't read cached completed operations (", 0), 0U) << log;
     EXPECT_EQ(log.substr(log.size() - 2), ")\n");
+    EXPECT_NE(log.find(PathOf("dangling")), std::string::npos) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
     EXPECT_TRUE(connection->GetCompletedOperations().empty());
-    EXPECT_TRUE(fs::exists(CacheDirectory() / "good"));
+    EXPECT_EQ(Entries(), (Strings{"dangling", "good"}));
+    EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
 }
 
 TEST_F(Cache, ARegularFileAtTheDirectorysPathIsLeftAloneAndEverySaveFails)
@@ -286,6 +340,119 @@ TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored
     EXPECT_EQ(Entries(), (Strings{"good"}));
     EXPECT_FALSE(fs::exists(CacheDirectory().parent_path() / "outside"));
     EXPECT_FALSE(fs::exists("/tmp/absolute"));
+}
+
+/// One process that ends and two that start, many times: each operation is read once, or on the disk.
+TEST_F(Cache, NothingIsLostWhereOneWritesAndTwoReadAtTheSameTime)
+{
+    std::vector<Operation> operations;
+    Strings expected;
+    for (int number = 100; number < 200; ++number) {
+        operations.push_back(MakeOperation(std::to_string(number), 100));
+        expected.push_back(std::to_string(number) + " 100");
+    }
+    const std::string log = OutputOf([&] {
+        for (int round = 0; round < 10; ++round) {
+            std::atomic<bool> written = false;
+            std::array<std::vector<Operation>, 2> read;
+            std::vector<std::thread> readers;
+            for (std::vector<Operation>& mine : read) {
+                readers.emplace_back([&] {
+                    while (!written) {
+                        std::this_thread::sleep_for(std::chrono::microseconds(200));
+                        Append(mine, CompletedOperationsCache::ReadAndRemove());
+                    }
+                });
+            }
+            CompletedOperationsCache::Write(operations);
+            written = true;
+            for (std::thread& reader : readers) {
+                reader.join();
+            }
+            Append(read[0], read[1]);
+            Append(read[0], CompletedOperationsCache::ReadAndRemove());
+            Strings found = Contents(read[0]);
+            std::sort(found.begin(), found.end());
+            ASSERT_EQ(found, expected);
+            EXPECT_EQ(Siblings(), Strings());
+        }
+    });
+    EXPECT_EQ(log, "");
+}
+
+TEST_F(Cache, ADirectoryLeftByACrashDuringReadingIsReadInOrderAndRemoved)
+{
+    Store("second", 20);
+    fs::rename(CacheDirectory(), PrivatePath("reading", "1"));
+    Store("third", 10);
+    std::ofstream(CacheDirectory() / "bad") << "no operation";
+    fs::rename(CacheDirectory(), PrivatePath("reading", "2"));
+    Store("first", 30);
+    Store("fourth", 5);
+    std::unique_ptr<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection = std::make_unique<DaemonConnection>(); });
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()),
+              (Strings{"first 100", "second 100", "third 100", "fourth 100"}));
+    EXPECT_EQ(log, "[W] Couldn't deserialize operation from " + PathOf("bad") + "\n");
+    EXPECT_EQ(Siblings(), Strings());
+}
+
+TEST_F(Cache, ADirectoryLeftByACrashIsReadAlsoWithoutACacheDirectory)
+{
+    Store("one", 20);
+    fs::rename(CacheDirectory(), PrivatePath("reading", "1"));
+    EXPECT_EQ(Run(), (Strings{"one 100"}));
+}
+
+TEST_F(Cache, ADirectoryThatAnotherProcessReadsIsLeftToIt)
+{
+    Store("one", 20);
+    const fs::path other = PrivatePath("reading", "1");
+    fs::rename(CacheDirectory(), other);
+    const int lock = open(other.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(Run(), Strings());
+    EXPECT_TRUE(fs::exists(other / "one"));
+    close(lock);
+    EXPECT_EQ(Run(), (Strings{"one 100"}));
+}
+
+TEST_F(Cache, AHalfWrittenFileLeftByACrashIsRemovedAndNotRead)
+{
+    const fs::path crashed = PrivatePath("writing", "1");
+    const fs::path busy = PrivatePath("writing", "2");
+    fs::create_directories(crashed);
+    fs::create_directories(busy);
+    std::ofstream(crashed / "operation") << "half";
+    const int lock = open(busy.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);
+    std::string log;
+    EXPECT_EQ(Run(&log), Strings());
+    EXPECT_EQ(log, "");
+    EXPECT_FALSE(fs::exists(crashed));
+    EXPECT_TRUE(fs::exists(busy)) << "another process is writing";
+    close(lock);
+}
+
+TEST_F(Cache, IfNothingCanBeCreatedNextToTheDirectoryTheFilesAreStillWritten)
+{
+    const AsAnOrdinaryUser user(cacheHome.Path());
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    auto connection = std::make_unique<DaemonConnection>();
+    fs::create_directories(CacheDirectory());
+    fs::permissions(CacheDirectory().parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_EQ(OutputOf([&] { connection.reset(); }), "");
+    fs::permissions(CacheDirectory().parent_path(), fs::perms::owner_all);
+    EXPECT_EQ(Entries(), (Strings{"one"}));
+}
+
+TEST_F(Cache, ANewFilesModeFollowsTheUmask)
+{
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    const mode_t former = umask(027);
+    Run();
+    umask(former);
+    EXPECT_EQ(fs::status(CacheDirectory() / "one").permissions(), static_cast<fs::perms>(0640));
 }
 
 TEST_F(Cache, ASecondConnectionFindsNoDirectoryAndBothStoreTheirOperations)

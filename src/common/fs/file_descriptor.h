@@ -2,6 +2,7 @@
 #pragma once
 
 #include <unistd.h>
+#include <utility>
 
 namespace Common {
 
@@ -10,6 +11,10 @@ class FileDescriptor
 {
 public:
     explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : m_descriptor(std::exchange(other.m_descriptor, -1))
+    {
+    }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor()
