@@ -49,7 +49,8 @@ public:
     Result<void> SaveToFile(const std::string& path) const;
 
     /// Reads a file that SaveToFile() wrote. Returns an error if the file is missing or damaged.
-    /// Needs at most a small multiple of the file's size as memory, whatever the file contains.
+    /// Needs at most a small multiple of the file's size as memory, whatever the file contains, and
+    /// refuses a file that is larger than any operation from the bus.
     static Result<Operation> FromFile(const std::string& path);
 
 private:

@@ -11,6 +11,7 @@
 #include <boost/serialization/split_member.hpp>
 #include <boost/serialization/tracking.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -126,22 +127,18 @@ FileDescriptor Open(const std::string& path, int flags)
     return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
 }
 
-/// The whole content of a regular file; nothing for any other kind, whose content may not end.
-std::optional<std::string> ReadAll(const FileDescriptor& file)
+/// Reads until the content has this size or the file ends.
+void ReadUpTo(std::size_t size, const FileDescriptor& file, std::string& content)
 {
-    struct stat status{};
-    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return std::nullopt;
-    }
-    std::string content(static_cast<std::size_t>(status.st_size), '\0');
-    std::size_t length = 0;
-    while (length < content.size()) {
-        const ssize_t count = ::read(file.Get(), content.data() + length, content.size() - length);
+    std::size_t length = content.size();
+    content.resize(size);
+    while (length < size) {
+        const ssize_t count = ::read(file.Get(), content.data() + length, size - length);
         if (count < 0 && errno == EINTR) {
             continue;
         }
         if (count < 0) {
-            return std::nullopt;
+            ThrowDamaged();
         }
         if (count == 0) {
             break;
@@ -149,7 +146,6 @@ std::optional<std::string> ReadAll(const FileDescriptor& file)
         length += static_cast<std::size_t>(count);
     }
     content.resize(length);
-    return content;
 }
 
 bool WriteAll(const FileDescriptor& file, std::string_view content)
@@ -184,16 +180,40 @@ std::string Serialize(const Operation& operation)
 }
 
 /// The archive starts with a string, its signature, whose length needs the same check.
-void CheckSignatureLength(std::string_view content)
+void CheckSignature(std::string_view content)
 {
+    const std::string_view signature = boost::archive::BOOST_ARCHIVE_SIGNATURE();
     std::size_t length = 0;
-    if (content.size() < sizeof length) {
+    if (content.size() < sizeof length + signature.size()) {
         ThrowDamaged();
     }
     std::memcpy(&length, content.data(), sizeof length);
-    if (length != std::string_view(boost::archive::BOOST_ARCHIVE_SIGNATURE()).size()) {
+    if (length != signature.size() ||
+        content.substr(sizeof length, signature.size()) != signature) {
         ThrowDamaged();
     }
+}
+
+/// The content of a regular file that may hold an operation. Refuses any other kind, whose content may
+/// not end, and a large one before it is read: the file may be a hole of any size.
+std::string ReadAll(const FileDescriptor& file)
+{
+    // An operation comes in one message of the bus, whose limit is 128 MiB.
+    constexpr std::size_t largest = 128 * 1024 * 1024 + 4096;
+    constexpr std::size_t mostOperations = 4096;
+    struct stat status{};
+    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        ThrowDamaged();
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (size > largest) {
+        ThrowDamaged();
+    }
+    std::string content;
+    ReadUpTo(std::min(size, mostOperations), file, content);
+    CheckSignature(content);
+    ReadUpTo(size, file, content);
+    return content;
 }
 
 /// Requires an untracked record of class version 0. The archive accepts other versions, and asserts
@@ -209,7 +229,6 @@ void CheckClassInformation(std::string_view content)
 
 Operation Deserialize(std::string content)
 {
-    CheckSignatureLength(content);
     MemoryBuffer buffer(content);
     boost::archive::binary_iarchive archive(buffer, archiveFlags);
     CheckClassInformation(buffer.Rest());
@@ -237,13 +256,10 @@ bool TrySerialize(const Operation& operation, const FileDescriptor& file)
 std::optional<Operation> TryDeserialize(const FileDescriptor& file)
 {
     try {
-        if (std::optional<std::string> content = ReadAll(file)) {
-            return Deserialize(std::move(*content));
-        }
+        return Deserialize(ReadAll(file));
     } catch (const std::exception&) {
         return std::nullopt;
     }
-    return std::nullopt;
 }
 
 } // namespace

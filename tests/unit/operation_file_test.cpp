@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -172,6 +173,50 @@ TEST_F(OperationFile, AHugeLengthIsRefusedBeforeAnythingIsAllocated)
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 * 1024) << "KiB";
+}
+
+class OperationFileTooLarge : public OperationFile
+{
+protected:
+    /// Returns the memory that a read takes, in KiB. Fails the test unless the file is refused.
+    long MemoryToRefuse(std::uintmax_t size)
+    {
+        std::filesystem::resize_file(path, size); // a hole: no disk is needed
+        rusage before{};
+        getrusage(RUSAGE_SELF, &before);
+        const Result<Operation> result = Operation::FromFile(path);
+        EXPECT_TRUE(result.HasError());
+        EXPECT_EQ(result.HasError() ? result.GetError() : "",
+                  "Couldn't deserialize operation from " + path);
+        rusage after{};
+        getrusage(RUSAGE_SELF, &after);
+        return after.ru_maxrss - before.ru_maxrss;
+    }
+
+    static constexpr std::uintmax_t mebibyte = 1024 * 1024;
+    static constexpr long little = 20 * 1024;
+};
+
+TEST_F(OperationFileTooLarge, IsRefusedByItsHeaderWithoutBeingRead)
+{
+    Write(path, "");
+    EXPECT_LT(MemoryToRefuse(127 * mebibyte), little);
+}
+
+TEST_F(OperationFileTooLarge, IsRefusedByItsSizeWhereTheHeaderIsGood)
+{
+    SavedSample();
+    EXPECT_LT(MemoryToRefuse(3 * 1024 * mebibyte), little);
+}
+
+TEST_F(OperationFileTooLarge, IsNotAnOperationAsLargeAsTheBusCarries)
+{
+    const Operation large("0a5d", std::string(100 * mebibyte, 'x'), Common::OperationType::Install,
+                          Common::OperationStatus::Failed, Common::ErrorCode::None);
+    ASSERT_TRUE(static_cast<bool>(large.SaveToFile(path)));
+    const Result<Operation> loaded = Operation::FromFile(path);
+    ASSERT_TRUE(static_cast<bool>(loaded));
+    ExpectEqual(loaded.Get(), large);
 }
 
 TEST_F(OperationFile, AFileWithAFlippedByteIsEitherReadOrRefused)
