@@ -2,8 +2,10 @@
 #include "client/completed_operations_cache.h"
 
 #include "client/private_directory.h"
+#include "common/fs/directory_names.h"
 #include "common/fs/file_name.h"
 #include "common/log/log_message.h"
+#include "model/operation_file.h"
 
 #include <appdir.h>
 
@@ -59,6 +61,32 @@ std::string WithPath(std::string text, const fs::path& actual, const fs::path& s
     return text;
 }
 
+/// The operations that were read, with room for all of them in their final form: once their files are
+/// removed, nothing may fail.
+class Found
+{
+public:
+    void Add(const std::vector<TimestampedOperation>& operations)
+    {
+        m_operations.reserve(m_entries.size() + operations.size());
+        m_entries.insert(m_entries.end(), operations.begin(), operations.end());
+    }
+
+    std::vector<Operation> InOrderOfTime()
+    {
+        std::sort(m_entries.begin(), m_entries.end(),
+                  [](const auto& left, const auto& right) { return left.time < right.time; });
+        for (const TimestampedOperation& entry : m_entries) {
+            m_operations.push_back(entry.operation);
+        }
+        return std::move(m_operations);
+    }
+
+private:
+    std::vector<TimestampedOperation> m_entries;
+    std::vector<Operation> m_operations;
+};
+
 /// Reads a directory with the cache's files and removes what it has read.
 ///
 /// Another process may still be adding files: one that has found the directory under its former name.
@@ -69,23 +97,22 @@ public:
     Reader(const fs::path& actual, const fs::path& shown) : m_actual(actual), m_shown(shown) {}
 
     /// False if something is left; the reason is logged.
-    bool ReadAndRemove(std::vector<TimestampedOperation>& operations)
+    bool ReadAndRemove(Found& found) const
     {
         // Some file systems rename an open file instead of removing it, which never ends.
         constexpr int mostRounds = 16;
         bool removed = false;
         for (int round = 1; !removed; ++round) {
-            std::vector<TimestampedOperationPath> entries;
+            std::vector<fs::path> listed;
             try {
-                entries = List();
+                listed = Read(found);
             } catch (const std::exception& error) {
                 LogMessage(LogLevel::Warning) << "Couldn't read cached completed operations ("
                                               << WithPath(error.what(), m_actual, m_shown) << ")";
                 return false;
             }
-            Read(entries, operations);
             try {
-                removed = Remove(entries, round < mostRounds);
+                removed = Remove(listed, round < mostRounds);
             } catch (const std::exception& error) {
                 LogMessage(LogLevel::Warning)
                     << "Couldn't remove completed operations cache directory (" << error.what()
@@ -100,34 +127,54 @@ private:
     /// All entries, of any type: reading reports those that hold no operation.
     std::vector<TimestampedOperationPath> List() const
     {
+        std::error_code failure;
+        const std::vector<std::string> names = Common::DirectoryNames(m_actual.string(), failure);
+        if (failure) {
+            throw fs::filesystem_error("directory iterator cannot open directory", m_shown,
+                                       failure);
+        }
         std::vector<TimestampedOperationPath> entries;
-        for (const fs::directory_entry& entry : fs::directory_iterator(m_actual)) {
-            entries.push_back({entry.last_write_time(), entry.path()});
+        for (const std::string& name : names) {
+            const fs::path path = m_actual / name;
+            entries.push_back({fs::last_write_time(path), path});
         }
         std::sort(entries.begin(), entries.end(),
                   [](const auto& left, const auto& right) { return left.time < right.time; });
         return entries;
     }
 
-    void Read(const std::vector<TimestampedOperationPath>& entries,
-              std::vector<TimestampedOperation>& operations) const
+    /// The entries that may be removed. Throws, and then adds and logs nothing, where a failure says
+    /// nothing about the file.
+    std::vector<fs::path> Read(Found& found) const
     {
-        for (const TimestampedOperationPath& entry : entries) {
-            const Result<Operation> operation = Operation::FromFile(entry.path.string());
+        std::vector<fs::path> listed;
+        std::vector<TimestampedOperation> operations;
+        std::vector<std::string> failures;
+        for (const TimestampedOperationPath& entry : List()) {
+            const Result<Operation> operation = OperationFile::Read(entry.path.string());
             if (operation) {
                 operations.push_back({entry.time, operation.Get()});
             } else {
-                LogMessage(LogLevel::Warning) << WithPath(operation.GetError(), m_actual, m_shown);
+                failures.push_back(WithPath(operation.GetError(), m_actual, m_shown));
             }
+            listed.push_back(entry.path);
         }
+        found.Add(operations);
+        for (const std::string& failure : failures) {
+            LogMessage(LogLevel::Warning) << failure;
+        }
+        return listed;
     }
 
     /// False if there is something else in the directory now, which may be.
-    bool Remove(const std::vector<TimestampedOperationPath>& entries, bool mayBeFilled) const
+    bool Remove(const std::vector<fs::path>& listed, bool mayBeFilled) const
     {
         std::error_code failure;
-        for (const TimestampedOperationPath& entry : entries) {
-            fs::remove_all(entry.path, failure);
+        for (const fs::path& entry : listed) {
+            const bool isRemoved = ::unlink(entry.c_str()) == 0; // not so a directory
+            if (!isRemoved) {
+                fs::remove_all(entry, failure);
+            }
             if (failure) {
                 throw fs::filesystem_error("cannot remove all", m_shown, failure);
             }
@@ -146,11 +193,10 @@ private:
     const fs::path& m_shown;
 };
 
-void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory,
-                                   std::vector<TimestampedOperation>& operations)
+void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory, Found& found)
 {
     for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, reading)) {
-        Reader(left.Path(), directory).ReadAndRemove(operations);
+        Reader(left.Path(), directory).ReadAndRemove(found);
     }
     for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, writing)) {
         std::error_code ignored; // the next start tries again
@@ -160,8 +206,7 @@ void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory,
 
 /// Under its own name, the directory could be read by another process at the same time, and filled by
 /// one that still stores its operations.
-void ReadAndRemoveDirectory(const fs::path& directory,
-                            std::vector<TimestampedOperation>& operations)
+void ReadAndRemoveDirectory(const fs::path& directory, Found& found)
 {
     if (::rmdir(directory.c_str()) == 0) {
         return; // empty, as most runs leave it
@@ -170,12 +215,12 @@ void ReadAndRemoveDirectory(const fs::path& directory,
     const std::optional<PrivateDirectory> taken =
         PrivateDirectory::Take(directory, reading, cannotBeRenamed);
     if (cannotBeRenamed) {
-        Reader(directory, directory).ReadAndRemove(operations);
+        Reader(directory, directory).ReadAndRemove(found);
     }
     if (!taken) {
         return;
     }
-    if (!Reader(taken->Path(), directory).ReadAndRemove(operations)) {
+    if (!Reader(taken->Path(), directory).ReadAndRemove(found)) {
         std::error_code ignored; // there may be a new one; the next start reads both
         fs::rename(taken->Path(), directory, ignored);
     }
@@ -202,9 +247,10 @@ public:
     Writer& operator=(const Writer&) = delete;
     ~Writer()
     {
+        // Without memory, and without looking at the outcome: the next start tries again.
         if (m_staging) {
-            std::error_code ignored; // the next start tries again
-            fs::remove_all(m_staging->Path(), ignored);
+            ::unlink(m_staged.c_str());
+            ::rmdir(m_staging->Path().c_str());
         }
     }
 
@@ -218,12 +264,11 @@ public:
         if (!m_staging) {
             return operation.SaveToFile(file.string());
         }
-        const fs::path staged = m_staging->Path() / "operation";
-        const Result<void> result = operation.SaveToFile(staged.string());
+        const Result<void> result = operation.SaveToFile(m_staged.string());
         if (!result) {
-            return ErrorResult(WithPath(result.GetError(), staged, file));
+            return ErrorResult(WithPath(result.GetError(), m_staged, file));
         }
-        const std::error_code failure = Move(staged, file);
+        const std::error_code failure = MoveTo(file);
         if (failure == std::errc::cross_device_link) {
             return operation.SaveToFile(file.string());
         }
@@ -246,22 +291,23 @@ private:
         }
     }
 
-    std::error_code Move(const fs::path& staged, const fs::path& file) const
+    std::error_code MoveTo(const fs::path& file) const
     {
         // A process that starts takes the directory in order to read it; so may the one after it.
         constexpr int mostStarts = 100;
         std::error_code failure;
-        fs::rename(staged, file, failure);
+        fs::rename(m_staged, file, failure);
         for (int starts = 0; failure == std::errc::no_such_file_or_directory && starts < mostStarts;
              ++starts) {
             CreateAgain();
-            fs::rename(staged, file, failure);
+            fs::rename(m_staged, file, failure);
         }
         return failure;
     }
 
     const fs::path& m_directory;
     const std::optional<PrivateDirectory> m_staging;
+    const fs::path m_staged = m_staging ? m_staging->Path() / "operation" : fs::path();
 };
 
 using FailuresByUUID = std::unordered_map<std::string_view, std::string>;
@@ -299,50 +345,36 @@ void LogFailures(const std::vector<Operation>& operations, const FailuresByUUID&
     }
 }
 
-std::vector<Operation> InOrderOfTime(std::vector<TimestampedOperation> found)
-{
-    std::sort(found.begin(), found.end(),
-              [](const auto& left, const auto& right) { return left.time < right.time; });
-    std::vector<Operation> operations;
-    operations.reserve(found.size());
-    for (TimestampedOperation& entry : found) {
-        operations.push_back(std::move(entry.operation));
-    }
-    return operations;
-}
-
 } // namespace
 
 std::vector<Operation> ReadAndRemove()
 {
-    std::vector<TimestampedOperation> operations;
+    Found found;
     try {
         const fs::path directory = CacheDirectory();
-        ReadAndRemoveWhatIsLeftBehind(directory, operations);
+        ReadAndRemoveWhatIsLeftBehind(directory, found);
         if (fs::is_directory(directory)) {
-            ReadAndRemoveDirectory(directory, operations);
+            ReadAndRemoveDirectory(directory, found);
         }
     } catch (const std::exception& error) {
         LogMessage(LogLevel::Warning)
             << "Couldn't read cached completed operations (" << error.what() << ")";
     }
-    return InOrderOfTime(std::move(operations));
+    return found.InOrderOfTime();
 }
 
 void Write(const std::vector<Operation>& operations)
 {
-    fs::path directory;
     try {
-        directory = CacheDirectory();
+        const fs::path directory = CacheDirectory();
         EnsureExists(directory);
+        if (!operations.empty()) {
+            LogFailures(operations, SaveLastOfEach(operations, directory));
+        }
     } catch (const std::exception& error) {
         LogMessage(LogLevel::Warning)
             << "Couldn't create cache directory to store completed operations (" << error.what()
             << ")";
-        return;
-    }
-    if (!operations.empty()) {
-        LogFailures(operations, SaveLastOfEach(operations, directory));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "client/daemon_connection_private.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <stdexcept>
@@ -154,7 +155,13 @@ EventSubscription DaemonConnection::SubscribeToEvent(EventType type,
 {
     DaemonConnectionPrivate& connection = Valid(m_private, "SubscribeToEvent()");
     CheckForm(type, callback);
-    return EventSubscription(connection.subscriptions.Add(type, callback));
+    const std::uint64_t id = connection.subscriptions.Add(type, callback);
+    try {
+        return EventSubscription(id);
+    } catch (...) {
+        connection.subscriptions.Remove(id);
+        throw;
+    }
 }
 
 void DaemonConnection::UnsubscribeFromEvent(const EventSubscription& subscription)

@@ -34,17 +34,28 @@ void DaemonConnectionPrivate::StoreCompletedOperations()
     }
 }
 
+/// If connecting runs out of memory on its way, the handler may stay connected.
+template <typename Argument>
+boost::signals2::connection
+DaemonConnectionPrivate::Connect(boost::signals2::signal<void(const Argument&)>& signal,
+                                 void (DaemonConnectionPrivate::*handler)(const Argument&))
+{
+    const std::weak_ptr<const bool> alive = m_alive;
+    return signal.connect([this, alive, handler](const Argument& argument) {
+        if (!alive.expired()) {
+            (this->*handler)(argument);
+        }
+    });
+}
+
 void DaemonConnectionPrivate::SubscribeToSignals()
 {
-    m_handlers = {
-        proxy->PackageInstalled.connect(
-            [this](const Package& package) { OnPackageInstalled(package); }),
-        proxy->PackageUpgraded.connect(
-            [this](const Package& package) { OnPackageUpgraded(package); }),
-        proxy->PackageRemoved.connect([this](const std::string& id) { OnPackageRemoved(id); }),
-        proxy->OperationStatusChanged.connect(
-            [this](const Operation& operation) { OnOperationStatusChanged(operation); }),
-    };
+    // One by one: some compilers do not destroy the first elements of an array whose next one throws.
+    m_handlers[0] = Connect(proxy->PackageInstalled, &DaemonConnectionPrivate::OnPackageInstalled);
+    m_handlers[1] = Connect(proxy->PackageUpgraded, &DaemonConnectionPrivate::OnPackageUpgraded);
+    m_handlers[2] = Connect(proxy->PackageRemoved, &DaemonConnectionPrivate::OnPackageRemoved);
+    m_handlers[3] =
+        Connect(proxy->OperationStatusChanged, &DaemonConnectionPrivate::OnOperationStatusChanged);
 }
 
 void DaemonConnectionPrivate::LoadSnapshot()
@@ -60,8 +71,14 @@ void DaemonConnectionPrivate::LoadSnapshot()
     packages.Assign(properties.Packages);
     activeOperations.Assign(properties.Operations);
     completedOperations = CompletedOperationsCache::ReadAndRemove();
-    completedOperations.insert(completedOperations.end(), properties.CompletedOperations.begin(),
-                               properties.CompletedOperations.end());
+    try {
+        completedOperations.insert(completedOperations.end(),
+                                   properties.CompletedOperations.begin(),
+                                   properties.CompletedOperations.end());
+    } catch (...) {
+        StoreCompletedOperations(); // nobody else has them: their files are removed
+        throw;
+    }
 }
 
 void DaemonConnectionPrivate::OnPackageInstalled(const Package& package)

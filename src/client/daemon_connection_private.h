@@ -44,6 +44,9 @@ public:
     SubscriberList subscriptions;
 
 private:
+    template <typename Argument>
+    boost::signals2::connection Connect(boost::signals2::signal<void(const Argument&)>& signal,
+                                        void (DaemonConnectionPrivate::*handler)(const Argument&));
     void SubscribeToSignals();
     void LoadSnapshot();
 
@@ -56,6 +59,7 @@ private:
     void Deliver(EventType type, const Argument& argument);
 
     bool m_stored = false;
+    const std::shared_ptr<const bool> m_alive = std::make_shared<const bool>(true);
 
     // Last member: the handlers are disconnected before anything that they use is destroyed.
     std::array<boost::signals2::scoped_connection, 4> m_handlers;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "client/private_directory.h"
 
+#include "common/fs/directory_names.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -105,15 +107,15 @@ PrivateDirectory::Take(const fs::path& original, std::string_view purpose, std::
 std::vector<PrivateDirectory> PrivateDirectory::LeftBehind(const fs::path& original,
                                                            std::string_view purpose)
 {
+    const fs::path parent = original.parent_path();
     const std::string prefix = Prefix(original, purpose);
     std::vector<PrivateDirectory> found;
-    std::error_code failure;
-    for (fs::directory_iterator entry(original.parent_path(), failure), end;
-         !failure && entry != end; entry.increment(failure)) {
-        if (entry->path().filename().string().rfind(prefix, 0) != 0) {
+    std::error_code ignored; // most of them for a parent that is not there yet
+    for (const std::string& name : Common::DirectoryNames(parent.string(), ignored)) {
+        if (!name.starts_with(prefix)) {
             continue;
         }
-        PrivateDirectory directory(entry->path());
+        PrivateDirectory directory(parent / name);
         if (directory.m_directory && directory.Lock()) {
             found.push_back(std::move(directory));
         }

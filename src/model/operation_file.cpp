@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include <emporium/operation.h>
+#include "model/operation_file.h"
 
 #include "common/fs/file_descriptor.h"
 
@@ -18,12 +18,14 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <streambuf>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -121,6 +123,7 @@ constexpr unsigned int archiveFlags = 0;
 FileDescriptor Open(const std::string& path, int flags)
 {
     if (path.find('\0') != std::string::npos) {
+        errno = EINVAL;
         return FileDescriptor(-1);
     }
     constexpr mode_t mode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
@@ -136,6 +139,9 @@ void ReadUpTo(std::size_t size, const FileDescriptor& file, std::string& content
         const ssize_t count = ::read(file.Get(), content.data() + length, size - length);
         if (count < 0 && errno == EINTR) {
             continue;
+        }
+        if (count < 0 && errno == ENOMEM) {
+            throw std::bad_alloc();
         }
         if (count < 0) {
             ThrowDamaged();
@@ -242,6 +248,27 @@ Operation Deserialize(std::string content)
                      static_cast<Common::ErrorCode>(record.errorCode));
 }
 
+/// For the failure to open a file.
+void ThrowIfExhausted(int error)
+{
+    if (error == EMFILE || error == ENFILE) {
+        throw std::system_error(error, std::generic_category());
+    }
+    if (error == ENOMEM) {
+        throw std::bad_alloc();
+    }
+}
+
+ErrorResult CannotOpenToRead(const std::string& path)
+{
+    return ErrorResult("Couldn't open " + path + " to read operation");
+}
+
+ErrorResult CannotDeserialize(const std::string& path)
+{
+    return ErrorResult("Couldn't deserialize operation from " + path);
+}
+
 // The callers report the path alone, without the cause.
 
 bool TrySerialize(const Operation& operation, const FileDescriptor& file)
@@ -257,6 +284,8 @@ std::optional<Operation> TryDeserialize(const FileDescriptor& file)
 {
     try {
         return Deserialize(ReadAll(file));
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -278,14 +307,26 @@ Result<void> Operation::SaveToFile(const std::string& path) const
 
 Result<Operation> Operation::FromFile(const std::string& path)
 {
+    try {
+        return OperationFile::Read(path);
+    } catch (const std::system_error&) {
+        return CannotOpenToRead(path);
+    } catch (const std::bad_alloc&) {
+        return CannotDeserialize(path);
+    }
+}
+
+Result<Operation> OperationFile::Read(const std::string& path)
+{
     const FileDescriptor file = Open(path, O_RDONLY);
     if (!file) {
-        return ErrorResult("Couldn't open " + path + " to read operation");
+        ThrowIfExhausted(errno);
+        return CannotOpenToRead(path);
     }
     if (const std::optional<Operation> operation = TryDeserialize(file)) {
         return SuccessResult<Operation>(*operation);
     }
-    return ErrorResult("Couldn't deserialize operation from " + path);
+    return CannotDeserialize(path);
 }
 
 } // namespace Emporium

@@ -15,6 +15,7 @@ void* Allocate(std::size_t size, std::align_val_t alignment) noexcept
 {
     ++allocations;
     if (allocationsLeft == 0) {
+        allocationsLeft = failsOnce ? unlimited : 0;
         return nullptr;
     }
     if (allocationsLeft != unlimited) {

@@ -10,8 +10,9 @@ namespace TestSupport {
 inline std::size_t allocations = 0;
 inline std::size_t bytesInUse = 0;
 
-/// This many more allocations succeed; all later ones fail.
+/// This many more allocations succeed; then all fail, or only the next one if `failsOnce` is set.
 constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 inline std::size_t allocationsLeft = unlimited;
+inline bool failsOnce = false;
 
 } // namespace TestSupport

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include <emporium/operation.h>
+#include "model/operation_file.h"
 
 #include "support/temporary_directory.h"
 
@@ -18,6 +18,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -62,6 +63,24 @@ protected:
 
     TestSupport::TemporaryDirectory directory;
     std::string path = PathOf("operation");
+};
+
+/// While this object lives, no descriptor can be opened.
+class DescriptorLimit
+{
+public:
+    DescriptorLimit()
+    {
+        getrlimit(RLIMIT_NOFILE, &m_former);
+        const rlimit none{0, m_former.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_former); }
+
+private:
+    rlimit m_former{};
 };
 
 void ExpectEqual(const Operation& left, const Operation& right)
@@ -193,8 +212,8 @@ protected:
         return after.ru_maxrss - before.ru_maxrss;
     }
 
-    static constexpr std::uintmax_t mebibyte = 1024 * 1024;
-    static constexpr long little = 20 * 1024;
+    static constexpr std::uintmax_t mebibyte = 1 << 20;
+    static constexpr long little = 20L * 1024;
 };
 
 TEST_F(OperationFileTooLarge, IsRefusedByItsHeaderWithoutBeingRead)
@@ -206,7 +225,7 @@ TEST_F(OperationFileTooLarge, IsRefusedByItsHeaderWithoutBeingRead)
 TEST_F(OperationFileTooLarge, IsRefusedByItsSizeWhereTheHeaderIsGood)
 {
     SavedSample();
-    EXPECT_LT(MemoryToRefuse(3 * 1024 * mebibyte), little);
+    EXPECT_LT(MemoryToRefuse(3072 * mebibyte), little);
 }
 
 TEST_F(OperationFileTooLarge, IsNotAnOperationAsLargeAsTheBusCarries)
@@ -265,6 +284,14 @@ TEST_F(OperationFile, AFifoBlocksNeitherReadingNorWriting)
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't deserialize operation from " + path);
     EXPECT_EQ(Sample().SaveToFile(path).GetError(), "Couldn't open " + path + " to save operation");
+}
+
+TEST_F(OperationFile, AMissingDescriptorIsNotReportedAsADamagedFile)
+{
+    SavedSample();
+    const DescriptorLimit limit;
+    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't open " + path + " to read operation");
+    EXPECT_THROW(Emporium::OperationFile::Read(path), std::system_error);
 }
 
 TEST_F(OperationFile, ADirectoryAndADeviceCannotBeDeserialized)

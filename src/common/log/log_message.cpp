@@ -30,7 +30,7 @@ LogMessage::~LogMessage()
         return;
     }
     std::cout << Prefix(m_level);
-    std::cout << m_text.str();
+    std::cout << m_text.view(); // a copy could fail, and a destructor must not
     std::cout << '\n' << std::flush;
 }
 
