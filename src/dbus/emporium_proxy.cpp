@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "dbus/emporium_proxy.h"
 
+#include "common/log/log_message.h"
 #include "dbus/contract.h"
 #include "dbus/decoder.h"
 
@@ -9,24 +10,31 @@
 #include <sdbus-c++/Types.h>
 
 #include <cstdint>
+#include <new>
 #include <optional>
 
 namespace org::velmora {
 
 namespace Contract = Emporium::Contract;
 namespace Decoder = Emporium::Decoder;
+using Common::LogLevel;
+using Common::LogMessage;
 
 namespace {
 
 constexpr std::uint64_t defaultReplyTimeout = 0;
 
-/// The content of the signal, or nothing if it deviates from the contract.
+/// The content of the signal, or nothing if it deviates from the contract. Throws std::bad_alloc if
+/// there is no memory, also where the bus library reports it in its own way.
 template <typename Content>
 std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Message&))
 {
     try {
         return read(signal);
-    } catch (const sdbus::Error&) {
+    } catch (const sdbus::Error& error) {
+        if (error.getName() == "org.freedesktop.DBus.Error.NoMemory") {
+            throw std::bad_alloc();
+        }
         return std::nullopt;
     }
 }
@@ -55,14 +63,27 @@ void Emporium_proxy::RegisterSignal(const char* signal, Content (*read)(sdbus::M
                                     void (Emporium_proxy::*handler)(const Content&))
 {
     m_proxy.registerSignalHandler(m_interface, sdbus::SignalName(signal),
-                                  [this, read, handler](sdbus::Signal message) {
-                                      if (!isFromDaemon(message)) {
-                                          return;
-                                      }
-                                      if (const auto content = Decode(message, read)) {
-                                          (this->*handler)(*content);
+                                  [this, signal, read, handler](sdbus::Signal message) {
+                                      if (isFromDaemon(message)) {
+                                          Process(signal, message, read, handler);
                                       }
                                   });
+}
+
+template <typename Content>
+void Emporium_proxy::Process(const char* signal, sdbus::Signal& message,
+                             Content (*read)(sdbus::Message&),
+                             void (Emporium_proxy::*handler)(const Content&))
+{
+    try {
+        if (const auto content = Decode(message, read)) {
+            (this->*handler)(*content);
+        }
+    } catch (const std::bad_alloc& error) {
+        // The snapshot differs from the daemon's state from here on.
+        LogMessage(LogLevel::Error)
+            << "Failed to process the " << signal << " signal (" << error.what() << ")";
+    }
 }
 
 template <typename... Arguments>

@@ -51,6 +51,10 @@ private:
     void RegisterSignal(const char* signal, Content (*read)(sdbus::Message&),
                         void (Emporium_proxy::*handler)(const Content&));
 
+    template <typename Content>
+    void Process(const char* signal, sdbus::Signal& message, Content (*read)(sdbus::Message&),
+                 void (Emporium_proxy::*handler)(const Content&));
+
     sdbus::IProxy& m_proxy;
     const sdbus::InterfaceName m_interface;
 };

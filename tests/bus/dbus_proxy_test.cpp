@@ -5,11 +5,13 @@
 #include "dbus/dbus_proxy.h"
 
 #include "bus_fixture.h"
+#include "unit/counted_allocations.h"
 
 #include <sdbus-c++/Error.h>
 #include <sdbus-c++/IProxy.h>
 
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -64,6 +66,55 @@ TEST_F(Proxy, ARemovedPackageWithAnEmptyIdentifierIsEmittedToo)
     simulator.Emit("PackageRemoved", "('',)");
     RunUntil([&] { return !removed.empty(); });
     EXPECT_EQ(removed, (Strings{""}));
+}
+
+constexpr const char* noMemory =
+    "[E] Failed to process the PackageInstalled signal (std::bad_alloc)\n";
+constexpr const char* package =
+    "(('a package identifier that is too long to be kept in place', '1', '', '', @a{sv} {}),)";
+
+TEST_F(Proxy, ASignalThatCannotBeDeliveredForLackOfMemoryLogsOneLine)
+{
+    DBusProxy proxy;
+    bool called = false;
+    proxy.PackageInstalled.connect([&](const Package&) {
+        called = true;
+        throw std::bad_alloc();
+    });
+    simulator.Emit("PackageInstalled", package);
+    EXPECT_EQ(OutputOf([&] { RunUntil([&] { return called; }); }), noMemory);
+}
+
+TEST_F(Proxy, ASignalThatCannotBeDecodedForLackOfMemoryLogsOneLine)
+{
+    DBusProxy proxy;
+    int called = 0;
+    int marked = 0;
+    proxy.PackageInstalled.connect([&](const Package&) { ++called; });
+    proxy.PackageRemoved.connect([&](const std::string&) {
+        // The next signals are processed in the same dispatch.
+        failsOnce = true;
+        allocationsLeft = static_cast<std::size_t>(marked++);
+    });
+    RunWhatIsReady();
+    int failures = 0;
+    bool someFailed = true;
+    while (someFailed) {
+        const int before = called;
+        simulator.Emit("PackageRemoved", "('',)");
+        simulator.Emit("PackageInstalled", package);
+        simulator.NameHasOwner("org.velmora.Emporium"); // the bus has now sent both
+        const std::string log = OutputOf([&] {
+            RunWhatIsReady();
+            someFailed = allocationsLeft == unlimited;
+            allocationsLeft = unlimited;
+        });
+        if (called == before) {
+            EXPECT_EQ(log, noMemory) << marked;
+            ++failures;
+        }
+    }
+    EXPECT_GE(failures, 2);
 }
 
 TEST_F(Proxy, ItsSourcesAreRemovedOnDestruction)
