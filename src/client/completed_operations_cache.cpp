@@ -4,6 +4,7 @@
 #include "client/private_directory.h"
 #include "common/fs/directory_names.h"
 #include "common/fs/file_name.h"
+#include "common/fs/standard_descriptors.h"
 #include "common/log/log_message.h"
 #include "model/operation_file.h"
 
@@ -351,6 +352,7 @@ std::vector<Operation> ReadAndRemove()
 {
     Found found;
     try {
+        const Common::StandardDescriptorsTaken others;
         const fs::path directory = CacheDirectory();
         ReadAndRemoveWhatIsLeftBehind(directory, found);
         if (fs::is_directory(directory)) {
@@ -366,6 +368,7 @@ std::vector<Operation> ReadAndRemove()
 void Write(const std::vector<Operation>& operations)
 {
     try {
+        const Common::StandardDescriptorsTaken others;
         const fs::path directory = CacheDirectory();
         EnsureExists(directory);
         if (!operations.empty()) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "dbus/dbus_proxy.h"
 
+#include "common/fs/standard_descriptors.h"
 #include "common/log/log_message.h"
 #include "dbus/contract.h"
 
@@ -139,6 +140,7 @@ std::shared_ptr<IDBusProxy> GetDBusProxy()
     static std::shared_ptr<IDBusProxy> proxy;
     if (!proxy) {
         try {
+            const Common::StandardDescriptorsTaken others;
             proxy = std::make_shared<DBusProxy>();
         } catch (const std::exception& error) {
             LogMessage(LogLevel::Error)

@@ -2,6 +2,7 @@
 #include "model/operation_file.h"
 
 #include "common/fs/file_descriptor.h"
+#include "common/fs/standard_descriptors.h"
 
 #include <boost/archive/archive_exception.hpp>
 #include <boost/archive/basic_archive.hpp>
@@ -32,6 +33,7 @@
 namespace Emporium {
 
 using Common::FileDescriptor;
+using Common::StandardDescriptorsTaken;
 
 namespace {
 
@@ -295,6 +297,7 @@ std::optional<Operation> TryDeserialize(const FileDescriptor& file)
 
 Result<void> Operation::SaveToFile(const std::string& path) const
 {
+    const StandardDescriptorsTaken others;
     const FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC);
     if (!file) {
         return ErrorResult("Couldn't open " + path + " to save operation");
@@ -308,6 +311,7 @@ Result<void> Operation::SaveToFile(const std::string& path) const
 Result<Operation> Operation::FromFile(const std::string& path)
 {
     try {
+        const StandardDescriptorsTaken others;
         return OperationFile::Read(path);
     } catch (const std::system_error&) {
         return CannotOpenToRead(path);

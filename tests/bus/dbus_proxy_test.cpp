@@ -10,8 +10,13 @@
 #include <sdbus-c++/Error.h>
 #include <sdbus-c++/IProxy.h>
 
+#include <algorithm>
+#include <fcntl.h>
 #include <memory>
 #include <new>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -68,6 +73,8 @@ TEST_F(Proxy, ARemovedPackageWithAnEmptyIdentifierIsEmittedToo)
     EXPECT_EQ(removed, (Strings{""}));
 }
 
+using Descriptors = std::vector<int>;
+
 constexpr const char* noMemory =
     "[E] Failed to process the PackageInstalled signal (std::bad_alloc)\n";
 constexpr const char* package =
@@ -115,6 +122,26 @@ TEST_F(Proxy, ASignalThatCannotBeDecodedForLackOfMemoryLogsOneLine)
         }
     }
     EXPECT_GE(failures, 2);
+}
+
+TEST_F(Proxy, ItLeavesClosedStandardDescriptorsClosed)
+{
+    for (const Descriptors& closed : {Descriptors{0}, {1}, {2}, {0, 1, 2}}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            for (const int number : closed) {
+                close(number);
+            }
+            const bool created = GetDBusProxy() != nullptr;
+            const bool allClosed = std::all_of(closed.begin(), closed.end(), [](int number) {
+                return fcntl(number, F_GETFD) == -1;
+            });
+            _exit(created && allClosed ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << closed.front();
+    }
 }
 
 TEST_F(Proxy, ItsSourcesAreRemovedOnDestruction)
