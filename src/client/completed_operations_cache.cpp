@@ -263,15 +263,15 @@ public:
         }
         const fs::path file = m_directory / uuid;
         if (!m_staging) {
-            return operation.SaveToFile(file.string());
+            return OperationFile::Write(operation, file.string());
         }
-        const Result<void> result = operation.SaveToFile(m_staged.string());
+        const Result<void> result = OperationFile::Write(operation, m_staged.string());
         if (!result) {
             return ErrorResult(WithPath(result.GetError(), m_staged, file));
         }
         const std::error_code failure = MoveTo(file);
         if (failure == std::errc::cross_device_link) {
-            return operation.SaveToFile(file.string());
+            return OperationFile::Write(operation, file.string());
         }
         return failure ? Result<void>(CannotOpen(file.string())) : SuccessResult<void>();
     }

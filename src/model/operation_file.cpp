@@ -282,6 +282,18 @@ bool TrySerialize(const Operation& operation, const FileDescriptor& file)
     }
 }
 
+Result<void> Save(const Operation& operation, const std::string& path, int linkFlag)
+{
+    const FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC | linkFlag);
+    if (!file) {
+        return ErrorResult("Couldn't open " + path + " to save operation");
+    }
+    if (!TrySerialize(operation, file)) {
+        return ErrorResult("Couldn't serialize operation to " + path);
+    }
+    return SuccessResult<void>();
+}
+
 std::optional<Operation> TryDeserialize(const FileDescriptor& file)
 {
     try {
@@ -297,15 +309,14 @@ std::optional<Operation> TryDeserialize(const FileDescriptor& file)
 
 Result<void> Operation::SaveToFile(const std::string& path) const
 {
+    constexpr int followLinks = 0;
     const StandardDescriptorsTaken others;
-    const FileDescriptor file = Open(path, O_WRONLY | O_CREAT | O_TRUNC);
-    if (!file) {
-        return ErrorResult("Couldn't open " + path + " to save operation");
-    }
-    if (!TrySerialize(*this, file)) {
-        return ErrorResult("Couldn't serialize operation to " + path);
-    }
-    return SuccessResult<void>();
+    return Save(*this, path, followLinks);
+}
+
+Result<void> OperationFile::Write(const Operation& operation, const std::string& path)
+{
+    return Save(operation, path, O_NOFOLLOW);
 }
 
 Result<Operation> Operation::FromFile(const std::string& path)

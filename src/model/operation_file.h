@@ -11,4 +11,7 @@ namespace Emporium::OperationFile {
 /// std::system_error if no descriptor is left, std::bad_alloc if no memory is.
 Result<Operation> Read(const std::string& path);
 
+/// As Operation::SaveToFile(), but never writes through a symbolic link: that is a failure to open.
+Result<void> Write(const Operation& operation, const std::string& path);
+
 } // namespace Emporium::OperationFile

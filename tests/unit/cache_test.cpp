@@ -446,6 +446,35 @@ TEST_F(Cache, IfNothingCanBeCreatedNextToTheDirectoryTheFilesAreStillWritten)
     EXPECT_EQ(Entries(), (Strings{"one"}));
 }
 
+TEST_F(Cache, ALinkUnderAUUIDsNameIsReplacedAndNotFollowed)
+{
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    auto connection = std::make_unique<DaemonConnection>();
+    const fs::path target = cacheHome.Path() / "target";
+    std::ofstream(target) << "precious";
+    fs::create_directories(CacheDirectory());
+    fs::create_symlink(target, CacheDirectory() / "one");
+    EXPECT_EQ(OutputOf([&] { connection.reset(); }), "");
+    EXPECT_EQ(fs::file_size(target), 8U);
+    EXPECT_FALSE(fs::is_symlink(CacheDirectory() / "one"));
+}
+
+TEST_F(Cache, ALinkUnderAUUIDsNameIsNotFollowedWhereTheFileCannotBeMovedIntoPlace)
+{
+    const AsAnOrdinaryUser user(cacheHome.Path());
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    auto connection = std::make_unique<DaemonConnection>();
+    const fs::path target = cacheHome.Path() / "target";
+    std::ofstream(target) << "precious";
+    fs::create_directories(CacheDirectory());
+    fs::create_symlink(target, CacheDirectory() / "one");
+    fs::permissions(CacheDirectory().parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_EQ(OutputOf([&] { connection.reset(); }),
+              "[W] Couldn't open " + PathOf("one") + " to save operation\n");
+    fs::permissions(CacheDirectory().parent_path(), fs::perms::owner_all);
+    EXPECT_EQ(fs::file_size(target), 8U);
+}
+
 TEST_F(Cache, ANewFilesModeFollowsTheUmask)
 {
     properties.CompletedOperations = {MakeOperation("one", 100)};
