@@ -226,11 +226,6 @@ std::string ReadStringBody(sdbus::Message& message)
     return text;
 }
 
-void ReadEmptyBody(sdbus::Message& message)
-{
-    ExpectEnd(message);
-}
-
 Properties ReadProperties(sdbus::Message& reply)
 {
     Properties properties;

@@ -19,8 +19,6 @@ Package ReadPackageBody(sdbus::Message& message);
 
 std::string ReadStringBody(sdbus::Message& message);
 
-void ReadEmptyBody(sdbus::Message& message);
-
 /// The reply with all properties, an a{sv}; of a repeated key the first value counts. Throws
 /// std::runtime_error naming the first property that is missing, else sdbus::Error for the first
 /// one that holds another type.

@@ -115,14 +115,12 @@ Emporium::Operation Emporium_proxy::CallRemove(const std::string& packageID)
 
 void Emporium_proxy::CallStart(const std::string& id)
 {
-    sdbus::MethodReply reply = Call(Contract::Method::start, id);
-    Decoder::ReadEmptyBody(reply);
+    Call(Contract::Method::start, id);
 }
 
 void Emporium_proxy::CallRestart(const std::string& id)
 {
-    sdbus::MethodReply reply = Call(Contract::Method::restart, id);
-    Decoder::ReadEmptyBody(reply);
+    Call(Contract::Method::restart, id);
 }
 
 } // namespace org::velmora

@@ -181,14 +181,11 @@ TEST(Decoder, ABodyOfAnotherSignatureIsRefused)
     auto empty = MessageWith([](sdbus::Message&) {});
     EXPECT_THROW(Decoder::ReadPackageBody(empty), sdbus::Error);
     EXPECT_THROW(Decoder::ReadStringBody(empty), sdbus::Error);
-    EXPECT_NO_THROW(Decoder::ReadEmptyBody(empty));
     auto two = MessageWith([](sdbus::Message& m) {
         m << "one"
           << "two";
     });
     EXPECT_THROW(Decoder::ReadStringBody(two), sdbus::Error);
-    two.rewind(true);
-    EXPECT_THROW(Decoder::ReadEmptyBody(two), sdbus::Error);
 }
 
 // --- the properties ---
