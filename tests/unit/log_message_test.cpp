@@ -9,7 +9,9 @@
 #include <iomanip>
 #include <iostream>
 #include <limits>
+#include <locale>
 #include <stdexcept>
+#include <string>
 
 namespace {
 
@@ -56,6 +58,21 @@ TEST(LogMessage, AcceptsTheTypesThatAreLogged)
                       << std::numeric_limits<std::uint64_t>::max() << ' ' << std::quoted("a\"b");
               }),
               "[W] literal owned cause 18446744073709551615 \"a\\\"b\"\n");
+}
+
+struct GroupedNumbers : std::numpunct<char>
+{
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(LogMessage, NumbersAreNotGroupedByTheApplicationsLocale)
+{
+    const std::locale former =
+        std::locale::global(std::locale(std::locale::classic(), new GroupedNumbers));
+    const std::string line = OutputOf([] { LogMessage(LogLevel::Info) << 1234567; });
+    std::locale::global(former);
+    EXPECT_EQ(line, "[I] 1234567\n");
 }
 
 TEST(LogMessage, LineFeedsInTheTextAreWrittenUnchanged)

@@ -2,6 +2,7 @@
 #include "common/log/log_message.h"
 
 #include <iostream>
+#include <locale>
 
 namespace Common {
 namespace {
@@ -21,7 +22,10 @@ const char* Prefix(LogLevel level)
 
 } // namespace
 
-LogMessage::LogMessage(LogLevel level) : m_level(level) {}
+LogMessage::LogMessage(LogLevel level) : m_level(level)
+{
+    m_text.imbue(std::locale::classic()); // the application's own may group numbers
+}
 
 LogMessage::~LogMessage()
 {
