@@ -50,7 +50,7 @@ fs::path CacheDirectory()
     return fs::path(AppDir::getPath(applicationCache)) / "emporium-api" / "completed-operations";
 }
 
-/// Paths in log lines are those of the cache directory, wherever its content is at the moment.
+/// Replaces the path of a private directory: log lines name the cache directory and its files.
 std::string WithPath(std::string text, const fs::path& actual, const fs::path& shown)
 {
     const std::string& from = actual.native();
@@ -62,8 +62,8 @@ std::string WithPath(std::string text, const fs::path& actual, const fs::path& s
     return text;
 }
 
-/// The operations that were read, with room for all of them in their final form: once their files are
-/// removed, nothing may fail.
+/// The operations that were read. Allocates the result in advance, because nothing may fail once the
+/// files are removed.
 class Found
 {
 public:
@@ -90,14 +90,14 @@ private:
 
 /// Reads a directory with the cache's files and removes what it has read.
 ///
-/// Another process may still be adding files: one that has found the directory under its former name.
-/// So only what was listed is removed; what came after that is listed next.
+/// Another process that opened the directory under its former name may still add files. So only the
+/// listed files are removed, and a directory that is not empty afterwards is listed again.
 class Reader
 {
 public:
     Reader(const fs::path& actual, const fs::path& shown) : m_actual(actual), m_shown(shown) {}
 
-    /// False if something is left; the reason is logged.
+    /// Returns false, and logs the reason, if files are left.
     bool ReadAndRemove(Found& found) const
     {
         // Some file systems rename an open file instead of removing it, which never ends.
@@ -144,8 +144,8 @@ private:
         return entries;
     }
 
-    /// The entries that may be removed. Throws, and then adds and logs nothing, where a failure says
-    /// nothing about the file.
+    /// Returns the entries to remove. Throws without adding or logging anything if a failure says
+    /// nothing about the file, such as a lack of memory.
     std::vector<fs::path> Read(Found& found) const
     {
         std::vector<fs::path> listed;
@@ -167,13 +167,12 @@ private:
         return listed;
     }
 
-    /// False if there is something else in the directory now, which may be.
+    /// Returns false if another process has added files meanwhile.
     bool Remove(const std::vector<fs::path>& listed, bool mayBeFilled) const
     {
         std::error_code failure;
         for (const fs::path& entry : listed) {
-            const bool isRemoved = ::unlink(entry.c_str()) == 0; // not so a directory
-            if (!isRemoved) {
+            if (::unlink(entry.c_str()) != 0) { // a directory, perhaps
                 fs::remove_all(entry, failure);
             }
             if (failure) {
@@ -210,7 +209,7 @@ void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory, Found& found)
 void ReadAndRemoveDirectory(const fs::path& directory, Found& found)
 {
     if (::rmdir(directory.c_str()) == 0) {
-        return; // empty, as most runs leave it
+        return; // it was empty, the usual case
     }
     std::error_code cannotBeRenamed;
     const std::optional<PrivateDirectory> taken =
@@ -222,7 +221,7 @@ void ReadAndRemoveDirectory(const fs::path& directory, Found& found)
         return;
     }
     if (!Reader(taken->Path(), directory).ReadAndRemove(found)) {
-        std::error_code ignored; // there may be a new one; the next start reads both
+        std::error_code ignored; // if a new one exists, the next start reads both
         fs::rename(taken->Path(), directory, ignored);
     }
 }
@@ -236,7 +235,7 @@ void EnsureExists(const fs::path& directory)
     }
 }
 
-/// Stores operations, each file in one step: no reader finds half a file.
+/// Stores each operation with one rename, so that no reader finds a half-written file.
 class Writer
 {
 public:
@@ -248,7 +247,7 @@ public:
     Writer& operator=(const Writer&) = delete;
     ~Writer()
     {
-        // Without memory, and without looking at the outcome: the next start tries again.
+        // Allocates no memory, and ignores failures: the next start tries again.
         if (m_staging) {
             ::unlink(m_staged.c_str());
             ::rmdir(m_staging->Path().c_str());
@@ -282,7 +281,7 @@ private:
         return ErrorResult("Couldn't open " + path + " to save operation");
     }
 
-    /// Unlike a query of its status, creating the directory waits for a removal that has begun.
+    /// Creates the directory without querying its status: that would not wait for a removal in progress.
     void CreateAgain() const
     {
         std::error_code failure; // moving the file will fail again
@@ -294,7 +293,7 @@ private:
 
     std::error_code MoveTo(const fs::path& file) const
     {
-        // A process that starts takes the directory in order to read it; so may the one after it.
+        // Every process that starts renames the directory in order to read it.
         constexpr int mostStarts = 100;
         std::error_code failure;
         fs::rename(m_staged, file, failure);

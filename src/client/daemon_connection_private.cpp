@@ -34,7 +34,7 @@ void DaemonConnectionPrivate::StoreCompletedOperations()
     }
 }
 
-/// If connecting runs out of memory on its way, the handler may stay connected.
+/// The handler checks that this object is alive: if connect() throws, it may stay connected.
 template <typename Argument>
 boost::signals2::connection
 DaemonConnectionPrivate::Connect(boost::signals2::signal<void(const Argument&)>& signal,
@@ -50,7 +50,8 @@ DaemonConnectionPrivate::Connect(boost::signals2::signal<void(const Argument&)>&
 
 void DaemonConnectionPrivate::SubscribeToSignals()
 {
-    // One by one: some compilers do not destroy the first elements of an array whose next one throws.
+    // Assigned one by one: if a later element of an initialiser list throws, some compilers do not
+    // destroy the earlier ones.
     m_handlers[0] = Connect(proxy->PackageInstalled, &DaemonConnectionPrivate::OnPackageInstalled);
     m_handlers[1] = Connect(proxy->PackageUpgraded, &DaemonConnectionPrivate::OnPackageUpgraded);
     m_handlers[2] = Connect(proxy->PackageRemoved, &DaemonConnectionPrivate::OnPackageRemoved);
@@ -76,7 +77,7 @@ void DaemonConnectionPrivate::LoadSnapshot()
                                    properties.CompletedOperations.begin(),
                                    properties.CompletedOperations.end());
     } catch (...) {
-        StoreCompletedOperations(); // nobody else has them: their files are removed
+        StoreCompletedOperations(); // their files are removed, so no other copy exists
         throw;
     }
 }

@@ -38,7 +38,7 @@ fs::path NewPath(const fs::path& original, std::string_view purpose)
     return original.parent_path() / (Prefix(original, purpose) + digits.data());
 }
 
-/// False if the directory was renamed or removed after it was opened.
+/// Returns false if the directory was renamed or removed after it was opened.
 bool IsStillAt(const fs::path& path, int directory)
 {
     struct stat opened{};
@@ -55,8 +55,7 @@ PrivateDirectory::PrivateDirectory(fs::path path)
 {
 }
 
-/// False if another process has the lock. A file system without locks is as good as one where nobody
-/// holds any.
+/// Returns false if another process holds the lock. On a file system without locks, nobody does.
 bool PrivateDirectory::Lock() const
 {
     const bool heldByAnother =
@@ -67,7 +66,7 @@ bool PrivateDirectory::Lock() const
 std::optional<PrivateDirectory> PrivateDirectory::Create(const fs::path& original,
                                                          std::string_view purpose)
 {
-    // Before it is locked, a process that starts may take it for one of a crashed process.
+    // Until it is locked, a process that starts may remove it as the directory of a crashed process.
     constexpr int mostStarts = 100;
     for (int starts = 0; starts < mostStarts; ++starts) {
         const fs::path path = NewPath(original, purpose);
@@ -95,7 +94,7 @@ PrivateDirectory::Take(const fs::path& original, std::string_view purpose, std::
         return std::nullopt;
     }
     PrivateDirectory directory(path);
-    // The same holds here. One that is there but cannot be opened is kept: reading it reports why.
+    // As in Create(). A directory that exists but cannot be opened is kept: reading it reports why.
     const bool isOurs = directory.m_directory ? directory.Lock() : fs::exists(path, failure);
     failure.clear();
     if (!isOurs) {
@@ -110,7 +109,7 @@ std::vector<PrivateDirectory> PrivateDirectory::LeftBehind(const fs::path& origi
     const fs::path parent = original.parent_path();
     const std::string prefix = Prefix(original, purpose);
     std::vector<PrivateDirectory> found;
-    std::error_code ignored; // most of them for a parent that is not there yet
+    std::error_code ignored; // the parent usually does not exist on the first start
     for (const std::string& name : Common::DirectoryNames(parent.string(), ignored)) {
         if (!name.starts_with(prefix)) {
             continue;

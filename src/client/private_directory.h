@@ -11,21 +11,21 @@
 
 namespace Emporium {
 
-/// A directory beside another one, with a name that no other process knows. Locked as long as this
-/// object lives, so that a later start recognises those that a crash has left behind.
+/// A directory next to another one, with a random name. It is locked as long as this object lives, so
+/// that a later start recognises the directories that a crash has left behind.
 class PrivateDirectory
 {
 public:
-    /// A new, empty one. Nothing where none can be created.
+    /// Creates an empty directory. Returns nothing if that fails.
     static std::optional<PrivateDirectory> Create(const std::filesystem::path& original,
                                                   std::string_view purpose);
 
-    /// The original, renamed. Nothing where another process was faster, or where it cannot be renamed
-    /// for the reason given by `failure`.
+    /// Renames the original. Returns nothing if another process was faster, or, with `failure` set, if
+    /// it cannot be renamed.
     static std::optional<PrivateDirectory> Take(const std::filesystem::path& original,
                                                 std::string_view purpose, std::error_code& failure);
 
-    /// Those of processes that have crashed.
+    /// Returns the directories of processes that have crashed.
     static std::vector<PrivateDirectory> LeftBehind(const std::filesystem::path& original,
                                                     std::string_view purpose);
 

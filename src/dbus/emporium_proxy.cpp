@@ -24,8 +24,8 @@ namespace {
 
 constexpr std::uint64_t defaultReplyTimeout = 0;
 
-/// The content of the signal, or nothing if it deviates from the contract. Throws std::bad_alloc if
-/// there is no memory, also where the bus library reports it in its own way.
+/// Returns the content of the signal, or nothing if it deviates from the contract. Throws
+/// std::bad_alloc for a lack of memory, which the bus library may report as an error of its own.
 template <typename Content>
 std::optional<Content> Decode(sdbus::Signal& signal, Content (*read)(sdbus::Message&))
 {
@@ -80,7 +80,7 @@ void Emporium_proxy::Process(const char* signal, sdbus::Signal& message,
             (this->*handler)(*content);
         }
     } catch (const std::bad_alloc& error) {
-        // The snapshot differs from the daemon's state from here on.
+        // From now on the snapshot may differ from the daemon's state.
         LogMessage(LogLevel::Error)
             << "Failed to process the " << signal << " signal (" << error.what() << ")";
     }

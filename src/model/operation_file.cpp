@@ -187,7 +187,7 @@ std::string Serialize(const Operation& operation)
     return std::move(buffer).str();
 }
 
-/// The archive starts with a string, its signature, whose length needs the same check.
+/// The archive starts with its signature, a string whose length needs the same check.
 void CheckSignature(std::string_view content)
 {
     const std::string_view signature = boost::archive::BOOST_ARCHIVE_SIGNATURE();
@@ -202,13 +202,13 @@ void CheckSignature(std::string_view content)
     }
 }
 
-/// The content of a regular file that may hold an operation. Refuses any other kind, whose content may
-/// not end, and a large one before it is read: the file may be a hole of any size.
+/// Returns the content of a regular file that may hold an operation. Refuses every other file type,
+/// whose content may be endless, and a sparse file of any size before reading it.
 std::string ReadAll(const FileDescriptor& file)
 {
-    // An operation comes in one message of the bus, whose limit is 128 MiB.
+    // An operation arrives in one message, and the bus limits messages to 128 MiB.
     constexpr std::size_t largest = 128 * 1024 * 1024 + 4096;
-    constexpr std::size_t mostOperations = 4096;
+    constexpr std::size_t firstPage = 4096;
     struct stat status{};
     if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         ThrowDamaged();
@@ -218,7 +218,7 @@ std::string ReadAll(const FileDescriptor& file)
         ThrowDamaged();
     }
     std::string content;
-    ReadUpTo(std::min(size, mostOperations), file, content);
+    ReadUpTo(std::min(size, firstPage), file, content);
     CheckSignature(content);
     ReadUpTo(size, file, content);
     return content;
@@ -250,7 +250,7 @@ Operation Deserialize(std::string content)
                      static_cast<Common::ErrorCode>(record.errorCode));
 }
 
-/// For the failure to open a file.
+/// Throws if a file could not be opened for lack of descriptors or memory.
 void ThrowIfExhausted(int error)
 {
     if (error == EMFILE || error == ENFILE) {

@@ -7,11 +7,11 @@
 
 namespace Emporium::OperationFile {
 
-/// As Operation::FromFile(), but throws where the failure says nothing about the file:
-/// std::system_error if no descriptor is left, std::bad_alloc if no memory is.
+/// Like Operation::FromFile(), but throws if the failure says nothing about the file:
+/// std::system_error for a lack of descriptors, std::bad_alloc for a lack of memory.
 Result<Operation> Read(const std::string& path);
 
-/// As Operation::SaveToFile(), but never writes through a symbolic link: that is a failure to open.
+/// Like Operation::SaveToFile(), but fails to open a symbolic link instead of following it.
 Result<void> Write(const Operation& operation, const std::string& path);
 
 } // namespace Emporium::OperationFile

@@ -11,8 +11,8 @@
 
 namespace Common {
 
-/// The names of a directory's entries, or what could be read until `failure`. For callers that must
-/// survive a lack of memory: the iterator of the standard library ends the process then.
+/// Returns the names of a directory's entries, up to the first failure. For callers that must survive
+/// a lack of memory, at which the standard library's iterator ends the process.
 inline std::vector<std::string> DirectoryNames(const std::string& path, std::error_code& failure)
 {
     struct Close

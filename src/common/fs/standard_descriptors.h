@@ -5,26 +5,24 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <vector>
 
 namespace Common {
 
-/// Keeps the numbers of standard input, output and error out of use while this object lives, if they
-/// are closed. What is opened meanwhile would get them, and log lines would be written into it.
+/// Occupies the numbers of standard input, output and error while this object lives, if they are
+/// closed. Otherwise a file opened meanwhile would get such a number, and log lines would be written
+/// into it.
 class StandardDescriptorsTaken
 {
-public:
-    StandardDescriptorsTaken()
+    static int Take(int number)
     {
-        for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-            if (::fcntl(number, F_GETFD) < 0) {
-                m_taken.emplace_back(::open("/dev/null", O_RDWR | O_CLOEXEC));
-            }
-        }
+        const bool isClosed = ::fcntl(number, F_GETFD) < 0;
+        return isClosed ? ::open("/dev/null", O_RDWR | O_CLOEXEC) : -1;
     }
 
-private:
-    std::vector<FileDescriptor> m_taken;
+    // In ascending order, because open() returns the lowest free number.
+    FileDescriptor m_input{Take(STDIN_FILENO)};
+    FileDescriptor m_output{Take(STDOUT_FILENO)};
+    FileDescriptor m_error{Take(STDERR_FILENO)};
 };
 
 } // namespace Common

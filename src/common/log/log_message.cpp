@@ -24,7 +24,7 @@ const char* Prefix(LogLevel level)
 
 LogMessage::LogMessage(LogLevel level) : m_level(level)
 {
-    m_text.imbue(std::locale::classic()); // the application's own may group numbers
+    m_text.imbue(std::locale::classic()); // the application's locale may group digits
 }
 
 LogMessage::~LogMessage()
