@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <memory>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
@@ -19,6 +20,24 @@
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+
+bool userIsKnown = true;
+
+} // namespace
+
+extern "C" {
+decltype(getpwuid_r) __real_getpwuid_r;
+int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** found)
+{
+    if (userIsKnown) {
+        return __real_getpwuid_r(user, entry, buffer, size, found);
+    }
+    *found = nullptr;
+    return 0;
+}
+}
 
 namespace {
 
@@ -279,6 +298,22 @@ TEST_F(Cache, FailureToCreateTheDirectoryLogsAWarning)
     EXPECT_EQ(log.substr(log.size() - 2), ")\n");
 }
 
+TEST_F(Cache, WithoutAHomeThereIsAWarningAtTheStartAndOneAtTheEnd)
+{
+    properties.CompletedOperations = {MakeOperation("one", 100)};
+    unsetenv("XDG_CACHE_HOME");
+    setenv("HOME", "not absolute", 1);
+    userIsKnown = false;
+    std::string log;
+    const Strings completed = Run(&log);
+    userIsKnown = true;
+    EXPECT_EQ(completed, (Strings{"one 100"}));
+    EXPECT_EQ(log, "[W] Couldn't read cached completed operations (Couldn't locate the home "
+                   "directory)\n"
+                   "[W] Couldn't create cache directory to store completed operations (Couldn't "
+                   "locate the home directory)\n");
+}
+
 TEST_F(Cache, ASymlinkLoopInThePathStopsNeitherLoadingNorSaving)
 {
     fs::create_directory_symlink("test.app", cacheHome.Path() / "test.app");
@@ -325,7 +360,8 @@ TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored
 {
     const std::string tooLong(300, 'x');
     const std::string zero("zero\0byte", 9);
-    const Strings uuids = {"", ".", "..", "../outside", "/tmp/absolute", "a/b", zero, tooLong};
+    const std::string absolute = (cacheHome.Path() / "absolute").string();
+    const Strings uuids = {"", ".", "..", "../outside", absolute, "a/b", zero, tooLong};
     for (const std::string& uuid : uuids) {
         properties.CompletedOperations.push_back(MakeOperation(uuid, 100));
     }
@@ -339,7 +375,7 @@ TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored
     EXPECT_EQ(log, expected);
     EXPECT_EQ(Entries(), (Strings{"good"}));
     EXPECT_FALSE(fs::exists(CacheDirectory().parent_path() / "outside"));
-    EXPECT_FALSE(fs::exists("/tmp/absolute"));
+    EXPECT_FALSE(fs::exists(absolute));
 }
 
 /// One process that ends and two that start, many times: each operation is read once, or on the disk.

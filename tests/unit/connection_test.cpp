@@ -209,6 +209,32 @@ TEST_F(Connection, ReceivesNothingAfterDestruction)
     EXPECT_EQ(proxy->PackageInstalled.num_slots(), 0U);
 }
 
+/// Emits the signal while it is destroyed.
+struct EmitsOnDestruction
+{
+    explicit EmitsOnDestruction(IDBusProxy& where) : m_proxy(where) {}
+    EmitsOnDestruction(const EmitsOnDestruction&) = delete;
+    EmitsOnDestruction& operator=(const EmitsOnDestruction&) = delete;
+    ~EmitsOnDestruction() { m_proxy.PackageRemoved("unknown"); }
+
+private:
+    IDBusProxy& m_proxy;
+};
+
+TEST_F(Connection, DoesNotHandleASignalWhileItIsDestroyed)
+{
+    EventSubscription subscription;
+    EXPECT_EQ(OutputOf([&] {
+                  const DaemonConnection connection;
+                  subscription = connection.SubscribeToEvent(
+                      EventType::PackageInstalled,
+                      PackageCallback([emits = std::make_shared<EmitsOnDestruction>(*proxy)](
+                                          const Package&) {}));
+              }),
+              "")
+        << "handling the signal logs that the package is unknown";
+}
+
 TEST_F(Connection, IsInvalidAfterItIsMovedFrom)
 {
     DaemonConnection connection;

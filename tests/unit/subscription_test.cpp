@@ -287,4 +287,77 @@ TEST_F(Subscription, ARemovedCallbackMayHoldAHandleThatUnsubscribesOnDestruction
     EXPECT_EQ(calls, (Strings{"second"}));
 }
 
+TEST_F(Subscription, ARemovedCallbackMayHoldTheHandleOfTheNextSubscription)
+{
+    auto next = std::make_shared<EventSubscription>();
+    first = connection.SubscribeToEvent(EventType::PackageInstalled,
+                                        PackageCallback([next](const Package&) {}));
+    *next = connection.SubscribeToEvent(EventType::PackageInstalled, Record("next"));
+    next.reset();
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    Installed("a");
+    first = EventSubscription();
+    Installed("b");
+    EXPECT_EQ(calls, (Strings{"next", "second", "second"}));
+}
+
+TEST_F(Subscription, ACallbackRemovedDuringADeliveryMayHoldTheHandleOfTheNextSubscription)
+{
+    auto next = std::make_shared<EventSubscription>();
+    first = connection.SubscribeToEvent(
+        EventType::PackageInstalled,
+        PackageCallback([&, next](const Package&) { first = EventSubscription(); }));
+    *next = connection.SubscribeToEvent(EventType::PackageInstalled, Record("next"));
+    next.reset();
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    Installed("a");
+    Installed("b");
+    EXPECT_EQ(calls, (Strings{"next", "second", "second"}))
+        << "the callback is kept until the first delivery ends";
+}
+
+TEST_F(Subscription, ACallbackMayUnsubscribeItselfInADeliveryNestedInItsOwn)
+{
+    const auto watched = std::make_shared<const std::string>("outer ends");
+    first = connection.SubscribeToEvent(
+        EventType::PackageInstalled,
+        PackageCallback(
+            [&, held = std::weak_ptr<const std::string>(watched),
+             text = std::shared_ptr<const std::string>(watched)](const Package& package) {
+                if (package.GetID() == "inner") {
+                    connection.UnsubscribeFromEvent(first);
+                    return;
+                }
+                const long holders = held.use_count();
+                Installed("inner");
+                EXPECT_EQ(held.use_count(), holders) << "the running callback is still there";
+                calls.push_back(*text);
+            }));
+    second = connection.SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    Installed("outer");
+    Installed("later");
+    EXPECT_EQ(calls, (Strings{"second", "outer ends", "second", "second"}));
+    EXPECT_EQ(watched.use_count(), 1) << "the callback is destroyed after the outer delivery";
+}
+
+TEST_F(Subscription, TheLastHandleReleasedInANestedDeliveryEndsBothDeliveries)
+{
+    std::optional<DaemonConnection> own;
+    own.emplace();
+    first = own->SubscribeToEvent(EventType::PackageInstalled,
+                                  PackageCallback([&](const Package& package) {
+                                      if (package.GetID() == "inner") {
+                                          own.reset();
+                                          calls.push_back("inner");
+                                          return;
+                                      }
+                                      Installed("inner");
+                                      calls.push_back("outer");
+                                  }));
+    second = own->SubscribeToEvent(EventType::PackageInstalled, Record("second"));
+    Installed("outer");
+    Installed("later");
+    EXPECT_EQ(calls, (Strings{"inner", "outer"}));
+}
+
 } // namespace
