@@ -9,14 +9,37 @@
 
 #include <sdbus-c++/Error.h>
 #include <sdbus-c++/IProxy.h>
+#include <systemd/sd-bus.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <memory>
 #include <new>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+namespace {
+
+/// The members called by the bus library, each with its time-out in microseconds.
+std::vector<std::pair<std::string, std::uint64_t>> calls;
+
+} // namespace
+
+// Interposes the bus library's function, and calls it. Exported, so that a shared sdbus-c++ calls
+// this one too.
+extern "C" [[gnu::visibility("default")]] int sd_bus_call(sd_bus* bus, sd_bus_message* message,
+                                                          std::uint64_t timeout,
+                                                          sd_bus_error* error,
+                                                          sd_bus_message** reply)
+{
+    calls.emplace_back(sd_bus_message_get_member(message), timeout);
+    static const auto next =
+        reinterpret_cast<decltype(&sd_bus_call)>(dlsym(RTLD_NEXT, "sd_bus_call"));
+    return next(bus, message, timeout, error, reply);
+}
 
 namespace {
 
@@ -142,6 +165,41 @@ TEST_F(Proxy, ItLeavesClosedStandardDescriptorsClosed)
         waitpid(child, &status, 0);
         EXPECT_EQ(status, 0) << closed.front();
     }
+}
+
+TEST_F(Proxy, EveryCallUsesTheDefaultTimeout)
+{
+    DBusProxy proxy;
+    calls.clear();
+    proxy.GetAllProperties();
+    proxy.Install("/path");
+    proxy.Remove("id");
+    proxy.Start("id");
+    proxy.Restart("id");
+    const std::vector<std::pair<std::string, std::uint64_t>> expected = {
+        {"GetAllProperties", 0}, {"Install", 0}, {"Remove", 0}, {"Start", 0}, {"Restart", 0}};
+    EXPECT_EQ(calls, expected);
+}
+
+/// The sources of the default context with an ID above this one; GLib counts the IDs up.
+int SourcesSince(guint id)
+{
+    int sources = 0;
+    for (guint candidate = id + 1; candidate < id + 100; ++candidate) {
+        sources += g_main_context_find_source_by_id(nullptr, candidate) != nullptr ? 1 : 0;
+    }
+    return sources;
+}
+
+TEST_F(Proxy, ItsSourcesLeaveTheContextOnDestruction)
+{
+    const guint id = g_idle_add([](gpointer) -> gboolean { return G_SOURCE_REMOVE; }, nullptr);
+    {
+        DBusProxy proxy;
+        EXPECT_EQ(SourcesSince(id), 2);
+    }
+    EXPECT_EQ(SourcesSince(id), 0);
+    g_source_remove(id);
 }
 
 TEST_F(Proxy, ItsSourcesAreRemovedOnDestruction)

@@ -2,6 +2,8 @@
 #include "bus_fixture.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -172,6 +174,22 @@ TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
     EXPECT_TRUE(connection.GetActiveOperations().empty());
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")))
         << "later calls still work";
+}
+
+TEST_F(WithDaemon, AReplyToARemovalOfAnotherSignatureIsAnErrorAndChangesNothing)
+{
+    const auto connection = GetDaemonConnection();
+    for (const char* body :
+         {"('text',)", "(('a', 'b', 1, 2),)", "(('a', 'b', 1, 2, 3), 'more')", "([('a', 'b')],)"}) {
+        simulator.Tell("SetReply", "(ss)", "Remove", body);
+        const auto result = connection.CreateOperation(RemoveRequest("id"));
+        ASSERT_TRUE(result.HasError()) << body;
+        EXPECT_EQ(
+            result.GetError().rfind("Couldn't call org.velmora.Emporium.Remove dbus method ([", 0),
+            0U)
+            << result.GetError();
+    }
+    EXPECT_TRUE(connection.GetActiveOperations().empty());
 }
 
 TEST_F(WithDaemon, AReplyToStartOrRestartIsASuccessWhateverItsContent)
@@ -479,6 +497,38 @@ TEST_F(Stranded, AnIdleLoopNeverWakes)
     EXPECT_LE(PollsWhileIdle(), 5) << "the time-out that ends the measurement is one of them";
 }
 
+gint lastPollTimeout = 0;
+
+gint PollThatRecordsItsTimeout(GPollFD* descriptors, guint count, gint timeout)
+{
+    lastPollTimeout = timeout;
+    return g_poll(descriptors, count, 0);
+}
+
+TEST_F(WithDaemon, AnIdleLoopPollsWithoutATimeout)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    RunWhatIsReady();
+    g_main_context_set_poll_func(nullptr, PollThatRecordsItsTimeout);
+    g_main_context_iteration(nullptr, TRUE);
+    g_main_context_set_poll_func(nullptr, nullptr);
+    EXPECT_EQ(lastPollTimeout, -1);
+}
+
+TEST_F(WithDaemon, UnderAThreadDefaultContextTheDefaultOneDeliversTheEvents)
+{
+    GMainContext* const other = g_main_context_new();
+    g_main_context_push_thread_default(other);
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    g_main_context_pop_thread_default(other);
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    RunUntil([&] { return !events.empty(); });
+    EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
+    g_main_context_unref(other);
+}
+
 class NestedLoop : public Stranded
 {
 protected:
@@ -569,6 +619,29 @@ TEST_F(NestedLoop, WithBothSourcesReadyNeitherReentersNorSpins)
     const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+}
+
+TEST_F(NestedLoop, ASecondOneNeitherReentersNorSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    const auto nested = NestIn(connection, [&] {
+        for (const char* body : {"(('u', 'p', 0, 5, 0),)", "(('u', 'p', 0, 6, 0),)"}) {
+            simulator.Emit("OperationStatusChanged", body);
+            EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
+        }
+    });
+    for (const char* body : {"('com.sample.notes',)", "('com.sample.weather',)"}) {
+        events.clear();
+        const std::string log = OutputOf([&] {
+            simulator.Emit("PackageRemoved", body);
+            RunUntil([&] { return events.size() >= 5; });
+        });
+        events.erase(events.begin());
+        EXPECT_EQ(events, (Strings{"nested begins", "nested ends", "u 5", "u 6"}));
+        EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
+    }
 }
 
 TEST_F(WithDaemon, LaterEventsAreDeliveredAfterACallbackThrows)
@@ -696,6 +769,76 @@ TEST_F(WithDaemon, ALostBusIsLoggedOnceAndNothingSpins)
     EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
     EXPECT_EQ(connection.GetPackageList().size(), 6U) << "queries still work";
+}
+
+Simulator::PrivateBus* busThatIsLost = nullptr;
+
+/// Stops the bus after the poll, when it is decided which source is dispatched.
+gint PollThatLosesTheBus(GPollFD* descriptors, guint count, gint timeout)
+{
+    const gint ready = g_poll(descriptors, count, timeout);
+    busThatIsLost->Stop();
+    return ready;
+}
+
+TEST_F(Stranded, ABusLostWhileTheQueueIsDispatchedIsLoggedOnceAndNothingSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
+    int idlePolls = 0;
+    const std::string log = OutputOf([&] {
+        busThatIsLost = &bus;
+        g_main_context_set_poll_func(nullptr, PollThatLosesTheBus);
+        g_main_context_iteration(nullptr, TRUE);
+        idlePolls = PollsWhileIdle();
+    });
+    EXPECT_EQ(events, (Strings{"u 1", "u 2"}));
+    EXPECT_LE(idlePolls, 5);
+    EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+}
+
+TEST_F(Stranded, ABusLostWithBothSourcesReadyIsLoggedOnceAndNothingSpins)
+{
+    const auto connection = GetDaemonConnection();
+    Follow(connection);
+    Settle();
+    SignalsBeforeReplyTo("Start");
+    EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
+    bus.Stop();
+    int idlePolls = 0;
+    const std::string log = OutputOf([&] {
+        RunWhatIsReady();
+        idlePolls = PollsWhileIdle();
+    });
+    EXPECT_EQ(events, (Strings{"u 1", "u 2"}));
+    EXPECT_LE(idlePolls, 5);
+    EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+}
+
+TEST_F(WithDaemon, ACallOnALostBusTellsItsOwnCause)
+{
+    const auto connection = GetDaemonConnection();
+    bus.Stop();
+    const std::string log = OutputOf([] {
+        g_main_context_iteration(nullptr, TRUE);
+        RunWhatIsReady();
+    });
+    EXPECT_EQ(log.rfind("[E] Failed to process dbus connection events (", 0), 0U) << log;
+    const std::string cause =
+        std::string("Failed to call method (") + std::strerror(ENOTCONN) + ")";
+    EXPECT_EQ(connection.Start("id").GetError(),
+              "Couldn't call org.velmora.Emporium.Start dbus method (" + cause + ")");
+    EXPECT_EQ(connection.Restart("id").GetError(),
+              "Couldn't call org.velmora.Emporium.Restart dbus method (" + cause + ")");
+    for (const OperationRequest& request : {InstallRequest("/path"), RemoveRequest("id")}) {
+        const std::string error = connection.CreateOperation(request).GetError();
+        EXPECT_NE(error.find("] " + cause + ")"), std::string::npos) << error;
+    }
 }
 
 // --- the connection's name ---

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -64,7 +65,9 @@ struct LateCaller
 {
     ~LateCaller()
     {
-        if (Case() == "requested after the library's statics" && GetDaemonConnection()) {
+        const bool isRequested = Case() == "requested after the library's statics" ||
+                                 Case() == "an own connection without a subscription";
+        if (isRequested && GetDaemonConnection()) {
             std::cout << "a valid connection after the library's statics\n" << std::flush;
         }
     }
@@ -80,6 +83,17 @@ void Main(const std::string& name)
     } else if (name == "subscription of an own connection in an old global") {
         oldConnection.emplace();
         oldest = Subscribe(*oldConnection, [](const Package&) {});
+    } else if (name == "an own connection without a subscription") {
+        oldConnection.emplace();
+    } else if (name == "exit on another thread") {
+        std::thread([] {
+            oldConnection.emplace();
+            oldest = Subscribe(*oldConnection, [](const Package&) {});
+            std::exit(0);
+        }).join();
+    } else if (name == "a worker thread that ends") {
+        std::thread([] { const DaemonConnection connection; }).join();
+        std::cout << (GetDaemonConnection() ? "valid\n" : "invalid\n");
     } else if (name == "a copy that is never destroyed") {
         neverFreed = new DaemonConnection(GetDaemonConnection());
     } else if (name == "exit in a callback") {

@@ -111,6 +111,39 @@ TEST_F(Exit, WithASubscriptionOfAnOwnConnectionInAnOldGlobalCreatesNoSharedOne)
     ExpectOneConnectionAndItsCache();
 }
 
+TEST_F(Exit, WithAnOwnConnectionWithoutASubscriptionCreatesNoSharedOne)
+{
+    Begin("an own connection without a subscription");
+    ExpectOneConnectionAndItsCache();
+    EXPECT_EQ(output, "end of main\n");
+}
+
+TEST_F(Exit, OnAnotherThreadCreatesNoConnection)
+{
+    Begin("exit on another thread");
+    ExpectOneConnectionAndItsCache();
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Exit, TheEndOfAWorkerThreadIsNotTheEndOfTheProcess)
+{
+    Begin("a worker thread that ends");
+    ExpectCleanEnd();
+    EXPECT_EQ(output, "valid\nend of main\n");
+    EXPECT_EQ(simulator.Calls("GetAllProperties").first, 2U);
+}
+
+TEST_F(Exit, TheCompletedOperationsAreStoredOnceSoAFailureWarnsOnce)
+{
+    std::ofstream(cacheHome.Path() / "org.example.test") << "in the way";
+    Begin("old handles assigned in main");
+    ExpectCleanEnd();
+    const std::string warning =
+        "end of main\n[W] Couldn't create cache directory to store completed operations (";
+    EXPECT_EQ(output.rfind(warning, 0), 0U) << output;
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 2) << output;
+}
+
 TEST_F(Exit, WithACopyThatIsNeverDestroyedStillWritesTheCache)
 {
     Begin("a copy that is never destroyed");
