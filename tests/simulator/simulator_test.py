@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Runs the real emporium-simulator on private buses and calls it with gdbus."""
 
+import ctypes
 import json
 import os
 import re
@@ -29,6 +30,15 @@ watch_signals() { dbus-monitor --session "interface='org.velmora.Emporium',type=
   watcher=$!; for i in $(seq 1000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
   grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; }
 """
+
+
+LIBC = ctypes.CDLL(None)
+
+
+def die_with_parent():
+    """Lets a child of a test that is killed end too; it would keep the test's output open."""
+    pr_set_pdeathsig = 1
+    LIBC.prctl(pr_set_pdeathsig, signal.SIGTERM)
 
 
 def errors():
@@ -63,7 +73,7 @@ class SimulatorTest(unittest.TestCase):
     def simulator(self, *arguments):
         return subprocess.run([SIMULATOR, *arguments], env=self.environment, timeout=60,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                              check=False)
+                              check=False, preexec_fn=die_with_parent)
 
     def script(self, text, *options):
         """The output of a shell script on a private bus."""
@@ -79,10 +89,11 @@ class SimulatorTest(unittest.TestCase):
         return path
 
     def signals(self):
-        """The name, the texts and the numbers of each signal that watch_signals recorded."""
+        """The name, the texts and the numbers of each signal that was recorded."""
         with open(self.file("monitor"), encoding="utf-8") as f:
             text = f.read()
-        blocks = re.split(r"^signal ", text, flags=re.M)[1:]
+        blocks = [block for block in re.split(r"^(?=\S)", text, flags=re.M)
+                  if block.startswith("signal ")]
         result = []
         for block in blocks:
             member = re.search(r"member=(\w+)", block).group(1)
@@ -401,7 +412,8 @@ class Program(SimulatorTest):
         odd = [b"\xff", "gr\u00fcn".encode(), b"[a,b]", b"%%", b"", b"--", b"--steps", b"--x=", b"{}", b"a b"]
         for separator in (["--"], []):
             run = subprocess.run([SIMULATOR, "--private-bus", *separator, "printf", "<%s>", *odd],
-                                 env=self.environment, timeout=60, stdout=subprocess.PIPE, check=False)
+                                 env=self.environment, timeout=60, stdout=subprocess.PIPE, check=False,
+                                 preexec_fn=die_with_parent)
             self.assertEqual(run.stdout, b"".join(b"<" + argument + b">" for argument in odd))
 
     def test_the_value_of_an_option_may_be_anything(self):
@@ -446,7 +458,8 @@ class Program(SimulatorTest):
     def test_a_signal_terminates_it_and_its_bus(self):
         for number in (signal.SIGTERM, signal.SIGINT):
             with subprocess.Popen([SIMULATOR, "--private-bus", "--", "sh", "-c", "echo go; exec sleep 600"],
-                                  env=self.environment, stdout=subprocess.PIPE, text=True) as process:
+                                  env=self.environment, stdout=subprocess.PIPE, text=True,
+                                  preexec_fn=die_with_parent) as process:
                 self.assertEqual(process.stdout.readline(), "go\n")
                 process.send_signal(number)
                 self.assertEqual(process.wait(30), 128 + number)
