@@ -15,6 +15,9 @@ import tempfile
 import termios
 import unittest
 
+sys.path.append(os.path.join(os.path.dirname(__file__), "../support"))
+from children import die_with_parent  # noqa: E402
+
 SIMULATOR, CTL = sys.argv[1:3]
 
 
@@ -42,7 +45,7 @@ class Terminal(unittest.TestCase):
             [SIMULATOR, "--step-ms", "0", *options, "--scenario", path, "--private-bus", "--", CTL,
              *arguments],
             stdout=theirs, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
-            env=self.environment)
+            env=self.environment, preexec_fn=die_with_parent)
         os.close(theirs)
         output = b""
         while True:

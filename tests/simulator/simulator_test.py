@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Runs the real emporium-simulator on private buses and calls it with gdbus."""
 
-import ctypes
 import json
 import os
 import re
@@ -12,6 +11,9 @@ import tempfile
 import unittest
 from shlex import quote
 from urllib.parse import unquote_to_bytes
+
+sys.path.append(os.path.join(os.path.dirname(__file__), "../support"))
+from children import die_with_parent  # noqa: E402
 
 SIMULATOR = os.environ["EMPORIUM_SIMULATOR"]
 SOURCE_DIR = os.environ["EMPORIUM_SOURCE_DIR"]
@@ -30,15 +32,6 @@ watch_signals() { dbus-monitor --session "interface='org.velmora.Emporium',type=
   watcher=$!; for i in $(seq 1000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
   grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; }
 """
-
-
-LIBC = ctypes.CDLL(None)
-
-
-def die_with_parent():
-    """Lets a child of a test that is killed end too; it would keep the test's output open."""
-    pr_set_pdeathsig = 1
-    LIBC.prctl(pr_set_pdeathsig, signal.SIGTERM)
 
 
 def errors():

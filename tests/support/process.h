@@ -2,15 +2,14 @@
 #pragma once
 
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-extern "C" char** environ;
 
 namespace TestSupport {
 
@@ -29,14 +28,14 @@ public:
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        const int failure = posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
+        const pid_t parent = getpid();
+        m_pid = fork();
+        if (m_pid == 0) {
+            Execute(parent, argv.data(), output[1]);
+        }
         close(output[1]);
         m_output = output[0];
-        if (failure != 0) {
+        if (m_pid < 0) {
             throw std::runtime_error("cannot start " + arguments[0]);
         }
     }
@@ -73,6 +72,19 @@ public:
     }
 
 private:
+    /// In the child. It ends with a test that is killed, which would not destroy this object: a child
+    /// that lived on would keep the test's output open.
+    [[noreturn]] static void Execute(pid_t parent, char** argv, int output)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() == parent) { // else it was killed before the request
+            dup2(output, STDOUT_FILENO);
+            execvp(argv[0], argv);
+            std::perror(argv[0]);
+        }
+        _exit(127);
+    }
+
     void End(int signal)
     {
         if (m_pid > 0) {
