@@ -88,40 +88,46 @@ private:
     std::vector<Operation> m_operations;
 };
 
-/// Reads a directory with the cache's files and removes what it has read.
+/// Reads a directory with the cache's files, and later removes the files that it has read.
 ///
 /// Another process that opened the directory under its former name may still add files. So only the
 /// listed files are removed, and a directory that is not empty afterwards is listed again.
 class Reader
 {
 public:
-    Reader(const fs::path& actual, const fs::path& shown) : m_actual(actual), m_shown(shown) {}
+    Reader(fs::path actual, const fs::path& shown) : m_actual(std::move(actual)), m_shown(shown) {}
 
-    /// Returns false, and logs the reason, if files are left.
-    bool ReadAndRemove(Found& found) const
+    /// Returns false, and logs the reason, if nothing is read.
+    bool Read(Found& found)
+    {
+        try {
+            m_listed = ReadListed(found);
+            return true;
+        } catch (const std::exception& error) {
+            LogMessage(LogLevel::Warning) << "Couldn't read cached completed operations ("
+                                          << WithPath(error.what(), m_actual, m_shown) << ")";
+            return false;
+        }
+    }
+
+    /// Removes the files that were read; reads and removes those that were added since. Returns false,
+    /// and logs the reason, if files are left.
+    bool Remove(Found& found)
     {
         // Some file systems rename an open file instead of removing it, which never ends.
         constexpr int mostRounds = 16;
-        bool removed = false;
-        for (int round = 1; !removed; ++round) {
-            std::vector<fs::path> listed;
-            try {
-                listed = Read(found);
-            } catch (const std::exception& error) {
-                LogMessage(LogLevel::Warning) << "Couldn't read cached completed operations ("
-                                              << WithPath(error.what(), m_actual, m_shown) << ")";
-                return false;
+        try {
+            for (int round = 1; !RemoveListed(round < mostRounds); ++round) {
+                if (!Read(found)) {
+                    return false;
+                }
             }
-            try {
-                removed = Remove(listed, round < mostRounds);
-            } catch (const std::exception& error) {
-                LogMessage(LogLevel::Warning)
-                    << "Couldn't remove completed operations cache directory (" << error.what()
-                    << ")";
-                return false;
-            }
+            return true;
+        } catch (const std::exception& error) {
+            LogMessage(LogLevel::Warning)
+                << "Couldn't remove completed operations cache directory (" << error.what() << ")";
+            return false;
         }
-        return true;
     }
 
 private:
@@ -146,7 +152,7 @@ private:
 
     /// Returns the entries to remove. Throws without adding or logging anything if a failure says
     /// nothing about the file, such as a lack of memory.
-    std::vector<fs::path> Read(Found& found) const
+    std::vector<fs::path> ReadListed(Found& found) const
     {
         std::vector<fs::path> listed;
         std::vector<TimestampedOperation> operations;
@@ -167,17 +173,25 @@ private:
         return listed;
     }
 
-    /// Returns false if another process has added files meanwhile.
-    bool Remove(const std::vector<fs::path>& listed, bool mayBeFilled) const
+    void RemoveListedFiles() const
     {
         std::error_code failure;
-        for (const fs::path& entry : listed) {
+        for (const fs::path& entry : m_listed) {
             if (::unlink(entry.c_str()) != 0) { // a directory, perhaps
                 fs::remove_all(entry, failure);
             }
             if (failure) {
                 throw fs::filesystem_error("cannot remove all", m_shown, failure);
             }
+        }
+    }
+
+    /// Returns false if another process has added files meanwhile.
+    bool RemoveListed(bool mayBeFilled) const
+    {
+        std::error_code failure;
+        if (!fs::is_symlink(m_actual, failure)) { // the target of a link does not belong to the cache
+            RemoveListedFiles();
         }
         fs::remove(m_actual, failure);
         if (failure == std::errc::directory_not_empty && mayBeFilled) {
@@ -189,19 +203,15 @@ private:
         return true;
     }
 
-    const fs::path& m_actual;
+    fs::path m_actual;
     const fs::path& m_shown;
+    std::vector<fs::path> m_listed;
 };
 
-void ReadAndRemoveWhatIsLeftBehind(const fs::path& directory, Found& found)
+bool ReadAndRemoveAt(const fs::path& actual, const fs::path& shown, Found& found)
 {
-    for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, reading)) {
-        Reader(left.Path(), directory).ReadAndRemove(found);
-    }
-    for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, writing)) {
-        std::error_code ignored; // the next start tries again
-        fs::remove_all(left.Path(), ignored);
-    }
+    Reader reader(actual, shown);
+    return reader.Read(found) && reader.Remove(found);
 }
 
 /// Under its own name, the directory could be read by another process at the same time, and filled by
@@ -215,14 +225,43 @@ void ReadAndRemoveDirectory(const fs::path& directory, Found& found)
     const std::optional<PrivateDirectory> taken =
         PrivateDirectory::Take(directory, reading, cannotBeRenamed);
     if (cannotBeRenamed) {
-        Reader(directory, directory).ReadAndRemove(found);
+        ReadAndRemoveAt(directory, directory, found);
     }
     if (!taken) {
         return;
     }
-    if (!Reader(taken->Path(), directory).ReadAndRemove(found)) {
+    if (!ReadAndRemoveAt(taken->Path(), directory, found)) {
         std::error_code ignored; // if a new one exists, the next start reads both
         fs::rename(taken->Path(), directory, ignored);
+    }
+}
+
+void RemoveHalfWritten(const fs::path& directory)
+{
+    for (const PrivateDirectory& left : PrivateDirectory::LeftBehind(directory, writing)) {
+        std::error_code ignored; // the next start tries again
+        fs::remove_all(left.Path(), ignored);
+    }
+}
+
+/// Reads all files before it removes the first, so that a crash in between loses none.
+void ReadAndRemoveAll(const fs::path& directory, Found& found)
+{
+    RemoveHalfWritten(directory);
+    const std::vector<PrivateDirectory> leftBehind =
+        PrivateDirectory::LeftBehind(directory, reading);
+    std::vector<Reader> read;
+    for (const PrivateDirectory& left : leftBehind) {
+        Reader reader(left.Path(), directory);
+        if (reader.Read(found)) {
+            read.push_back(std::move(reader));
+        }
+    }
+    if (fs::is_directory(directory)) {
+        ReadAndRemoveDirectory(directory, found);
+    }
+    for (Reader& reader : read) {
+        reader.Remove(found);
     }
 }
 
@@ -352,11 +391,7 @@ std::vector<Operation> ReadAndRemove()
     Found found;
     try {
         const Common::StandardDescriptorsTaken others;
-        const fs::path directory = CacheDirectory();
-        ReadAndRemoveWhatIsLeftBehind(directory, found);
-        if (fs::is_directory(directory)) {
-            ReadAndRemoveDirectory(directory, found);
-        }
+        ReadAndRemoveAll(CacheDirectory(), found);
     } catch (const std::exception& error) {
         LogMessage(LogLevel::Warning)
             << "Couldn't read cached completed operations (" << error.what() << ")";
