@@ -5,6 +5,7 @@
 #include "client/process_exit.h"
 #include "common/log/log_message.h"
 
+#include <unistd.h>
 #include <utility>
 
 namespace Emporium {
@@ -29,7 +30,10 @@ DaemonConnectionPrivate::~DaemonConnectionPrivate()
 
 void DaemonConnectionPrivate::StoreCompletedOperations()
 {
-    if (!std::exchange(m_stored, true)) {
+    // A forked child that exits has the same operations as its parent, which stores them. The child of
+    // daemon() has lost that parent.
+    const bool isChild = ::getppid() == m_process;
+    if (!std::exchange(m_stored, true) && !isChild) {
         CompletedOperationsCache::Write(completedOperations);
     }
 }

@@ -13,6 +13,8 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 namespace Emporium {
@@ -31,7 +33,8 @@ public:
     DaemonConnectionPrivate& operator=(const DaemonConnectionPrivate&) = delete;
     ~DaemonConnectionPrivate();
 
-    /// Writes the completed operations to the cache on the first call; does nothing later.
+    /// Writes the completed operations to the cache on the first call; does nothing later, or in a
+    /// forked child whose parent lives.
     void StoreCompletedOperations();
 
     // Constructed in this order, destroyed in reverse.
@@ -59,6 +62,7 @@ private:
     void Deliver(EventType type, const Argument& argument);
 
     bool m_stored = false;
+    const pid_t m_process = ::getpid();
     const std::shared_ptr<const bool> m_alive = std::make_shared<const bool>(true);
 
     // Last member: the handlers are disconnected before anything that they use is destroyed.

@@ -7,6 +7,7 @@
 
 #include <glib.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -74,6 +75,48 @@ struct LateCaller
 };
 LateCaller lateCaller;
 
+/// Prints the number of a signal, or the status with which the child exited.
+void ForkAndWait(const std::function<void()>& inChild)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        inChild();
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::cout << (WIFEXITED(status) ? "child exited" : "child died") << '\n' << std::flush;
+}
+
+void WaitForInput()
+{
+    std::string line;
+    std::getline(std::cin, line);
+}
+
+void RunUntil(const bool& done)
+{
+    while (!done) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+}
+
+void DispatchWhatIsReady()
+{
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+}
+
+/// As if the reader of the output had ended.
+void BreakOutput()
+{
+    int ends[2];
+    if (pipe(ends) == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
+
 void Main(const std::string& name)
 {
     if (name == "old handles assigned in main") {
@@ -103,14 +146,69 @@ void Main(const std::string& name)
         }
     } else if (name == "a child that calls _exit") {
         GetDaemonConnection();
-        const pid_t child = fork();
-        if (child == 0) {
+        ForkAndWait([] { _exit(0); });
+        WaitForInput();
+    } else if (name == "a child that calls exit") {
+        GetDaemonConnection();
+        ForkAndWait([] { std::exit(0); });
+        WaitForInput();
+    } else if (name == "a child that destroys an own connection") {
+        oldConnection.emplace();
+        ForkAndWait([] {
+            oldConnection.reset();
             _exit(0);
+        });
+        WaitForInput();
+    } else if (name == "a child that uses the connection") {
+        bool removed = false;
+        const DaemonConnection connection = GetDaemonConnection();
+        const EventSubscription subscription =
+            Subscribe(connection, [&removed](const Package&) { removed = true; });
+        std::cout << "subscribed\n" << std::flush;
+        WaitForInput();
+        ForkAndWait([&] {
+            std::cout << (connection.GetPackage("com.sample.notes") ? "found" : "not found")
+                      << '\n';
+            std::cout << connection.Start("com.sample.notes").GetError() << '\n';
+            DispatchWhatIsReady();
+            std::cout << (removed ? "an event in the child" : "no event in the child") << '\n';
+            std::exit(0);
+        });
+        RunUntil(removed);
+        std::cout << "an event in the parent\n";
+    } else if (name == "a daemon that was connected before") {
+        GetDaemonConnection();
+        if (daemon(1, 1) == 0) {
+            WaitForInput();
         }
-        waitpid(child, nullptr, 0);
-        std::cout << "child exited\n" << std::flush;
-        std::string line;
-        std::getline(std::cin, line);
+    } else if (name == "a daemon that connects") {
+        if (daemon(1, 1) == 0) {
+            bool removed = false;
+            oldest =
+                Subscribe(GetDaemonConnection(), [&removed](const Package&) { removed = true; });
+            std::cout << "subscribed\n" << std::flush;
+            RunUntil(removed);
+        }
+    } else if (name == "_exit") {
+        GetDaemonConnection();
+        _exit(0);
+    } else if (name == "quick_exit") {
+        GetDaemonConnection();
+        std::quick_exit(0);
+    } else if (name == "exit on another thread") {
+        oldest = Subscribe(GetDaemonConnection(), [](const Package&) {});
+        std::thread([] { std::exit(0); }).join();
+    } else if (name == "a log line to a closed pipe") {
+        std::signal(SIGPIPE, SIG_DFL);
+        unsetenv("VEYRA_APP_ID");
+        BreakOutput();
+        GetDaemonConnection();
+    } else if (name == "a log line to a closed pipe where SIGPIPE is ignored") {
+        std::signal(SIGPIPE, SIG_IGN);
+        unsetenv("VEYRA_APP_ID");
+        BreakOutput();
+        const bool valid = static_cast<bool>(GetDaemonConnection());
+        std::exit(valid ? 0 : 1);
     } else if (name == "requested after the library's statics") {
         GetDaemonConnection();
     } else if (name == "a callback owns a handle of its connection") {

@@ -38,12 +38,18 @@ protected:
     /// Sends a line of input to an application that waits for one.
     void Continue() { std::ofstream(directory.Path() / "input") << "continue\n"; }
 
-    void ExpectCleanEnd()
+    /// Waits for the last process that holds the output.
+    void ReadToTheEnd()
     {
         for (std::string line = application->ReadLine(); !line.empty();
              line = application->ReadLine()) {
             output += line + "\n";
         }
+    }
+
+    void ExpectCleanEnd()
+    {
+        ReadToTheEnd();
         const int status = application->Wait();
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output << Errors();
         EXPECT_EQ(Errors(), "");
@@ -179,6 +185,106 @@ TEST_F(Exit, AChildThatCallsUnderscoreExitWritesNothing)
     EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
     Continue();
     ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AChildThatCallsExitWritesAndPrintsNothing)
+{
+    Begin("a child that calls exit");
+    ReadUntil("child exited");
+    EXPECT_EQ(output, "child exited\n");
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    Continue();
+    ExpectOneConnectionAndItsCache();
+    EXPECT_EQ(output, "child exited\nend of main\n");
+}
+
+TEST_F(Exit, AChildThatDestroysAnOwnConnectionWritesNothing)
+{
+    Begin("a child that destroys an own connection");
+    ReadUntil("child exited");
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    Continue();
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AChildAnswersFromTheSnapshotFailsCallsAndTakesNoEventFromItsParent)
+{
+    Begin("a child that uses the connection");
+    ReadUntil("subscribed");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    Continue();
+    ReadUntil("child exited");
+    EXPECT_EQ(output, "subscribed\n"
+                      "found\n"
+                      "Couldn't call org.velmora.Emporium.Start dbus method (No child processes)\n"
+                      "[E] Failed to process dbus connection events (Failed to process bus "
+                      "requests (No child processes))\n"
+                      "no event in the child\n"
+                      "child exited\n");
+    ExpectOneConnectionAndItsCache();
+    EXPECT_EQ(simulator.Calls("Start").first, 0U);
+    EXPECT_NE(output.find("an event in the parent\n"), std::string::npos);
+}
+
+/// daemon() ends the process that made the connection without destroying it.
+TEST_F(Exit, AConnectionFromBeforeACallOfDaemonStillWritesTheCache)
+{
+    Begin("a daemon that was connected before");
+    application->Wait();
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    Continue();
+    ReadUntil("end of main");
+    ReadToTheEnd();
+    EXPECT_EQ(output, "end of main\n");
+    EXPECT_EQ(Errors(), "");
+    EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
+}
+
+TEST_F(Exit, AConnectionFromAfterACallOfDaemonWorks)
+{
+    Begin("a daemon that connects");
+    ReadUntil("subscribed");
+    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    ReadToTheEnd();
+    EXPECT_EQ(Errors(), "");
+    EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
+}
+
+TEST_F(Exit, ByUnderscoreExitWritesNothing)
+{
+    Begin("_exit");
+    ExpectCleanEnd();
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Exit, ByQuickExitWritesNothing)
+{
+    Begin("quick_exit");
+    ExpectCleanEnd();
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Exit, OnAnotherThread)
+{
+    Begin("exit on another thread");
+    ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, ALogLineToAClosedPipeEndsTheApplicationAsAnyOtherOutput)
+{
+    Begin("a log line to a closed pipe");
+    const int status = application->Wait();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
+    EXPECT_EQ(Errors(), "");
+}
+
+TEST_F(Exit, ALogLineToAClosedPipeIsLostWhereSigpipeIsIgnored)
+{
+    Begin("a log line to a closed pipe where SIGPIPE is ignored");
+    ExpectCleanEnd();
+    EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U);
 }
 
 TEST_F(Exit, AfterALostBusPrintsNothingOnStandardError)
