@@ -19,10 +19,31 @@ protected:
     void Begin(const std::string& name)
     {
         setenv("EXIT_CASE", name.c_str(), 1);
+        BeginProgram(std::string("'") + EMPORIUM_EXIT_CASES + "'");
+    }
+
+    void BeginProgram(const std::string& command)
+    {
         const std::string fifo = (directory.Path() / "input").string();
         application.emplace(Strings{"/bin/sh", "-c",
-                                    "mkfifo '" + fifo + "'; exec '" + EMPORIUM_EXIT_CASES +
-                                        "' 2>'" + ErrorPath() + "' <>'" + fifo + "'"});
+                                    "mkfifo '" + fifo + "'; exec " + command + " 2>'" +
+                                        ErrorPath() + "' <>'" + fifo + "'"});
+    }
+
+    /// Loads an object that uses the library, unloads it, and loads it again.
+    void ExpectThatThePluginWorksTwice(const std::string& argument)
+    {
+        BeginProgram(std::string("'") + EMPORIUM_PLUGIN_HOST + "' '" + EMPORIUM_PLUGIN + "' " +
+                     argument);
+        ReadUntil("unloaded");
+        EXPECT_EQ(output, "packages\nplugin unloaded\nlibrary loaded\nunloaded\n");
+        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+        Continue();
+        ReadUntil("packages again");
+        simulator.Emit("PackageRemoved", "('com.sample.weather',)");
+        Continue();
+        ExpectOneConnectionAndItsCache();
+        EXPECT_NE(output.find("\n1 events\n"), std::string::npos) << output;
     }
 
     void ReadUntil(const std::string& line)
@@ -270,6 +291,16 @@ TEST_F(Exit, OnAnotherThread)
 {
     Begin("exit on another thread");
     ExpectOneConnectionAndItsCache();
+}
+
+TEST_F(Exit, AfterAnObjectThatUsedTheLibraryWasUnloadedAndLoadedAgain)
+{
+    ExpectThatThePluginWorksTwice("");
+}
+
+TEST_F(Exit, AfterAnObjectThatUsedTheLibraryOnAnotherThreadWasUnloadedAndLoadedAgain)
+{
+    ExpectThatThePluginWorksTwice("thread");
 }
 
 TEST_F(Exit, ALogLineToAClosedPipeEndsTheApplicationAsAnyOtherOutput)
