@@ -17,8 +17,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <optional>
 #include <sched.h>
+#include <sstream>
 #include <string>
 #include <sys/mount.h>
 #include <sys/ptrace.h>
@@ -346,6 +348,286 @@ TEST_F(CacheFaults, ALinkToNothingIsKeptAndStorageIsOneWarning)
         << log;
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
     EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
+}
+
+/// Runs an action as a user for whom permissions count, and returns its output.
+template <typename Action>
+std::string OutputOfAnOrdinaryUser(const fs::path& home, Action action)
+{
+    constexpr uid_t nobody = 65534;
+    const bool isRoot = geteuid() == 0;
+    if (isRoot) {
+        EXPECT_EQ(chown(home.c_str(), nobody, nobody), 0);
+        EXPECT_EQ(seteuid(nobody), 0);
+    }
+    const std::string output = OutputOf(action);
+    if (isRoot) {
+        EXPECT_EQ(seteuid(0), 0);
+    }
+    return output;
+}
+
+TEST_F(CacheFaults, ADirectoryWithoutPermissionIsKeptWithOneWarningForEachFailure)
+{
+    const std::string log = OutputOfAnOrdinaryUser(cacheHome.Path(), [&] {
+        Write({"one"});
+        fs::permissions(Directory(), fs::perms::none);
+        EXPECT_EQ(Read(), Strings());
+        Write({"two"});
+        fs::permissions(Directory(), fs::perms::owner_all);
+        EXPECT_EQ(Read(), (Strings{"one"}));
+        EXPECT_EQ(Siblings(), Strings());
+    });
+    EXPECT_EQ(log, "[W] Couldn't read cached completed operations (filesystem error: directory "
+                   "iterator cannot open directory: Permission denied [" +
+                       Directory().string() + "])\n" + "[W] Couldn't open " + PathOf("two") +
+                       " to save operation\n");
+}
+
+TEST_F(CacheFaults, AnUnreachableDirectoryIsKeptWithOneWarningForEachFailure)
+{
+    const std::string log = OutputOfAnOrdinaryUser(cacheHome.Path(), [&] {
+        Write({"one"});
+        fs::permissions(Parent(), fs::perms::none);
+        EXPECT_EQ(Read(), Strings());
+        Write({"two"});
+        fs::permissions(Parent(), fs::perms::owner_all);
+        EXPECT_EQ(Read(), (Strings{"one"}));
+        EXPECT_EQ(Siblings(), Strings());
+    });
+    EXPECT_EQ(log, "[W] Couldn't read cached completed operations (filesystem error: status: "
+                   "Permission denied [" +
+                       Directory().string() + "])\n" +
+                       "[W] Couldn't create cache directory to store completed operations "
+                       "(filesystem error: status: Permission denied [" +
+                       Directory().string() + "])\n");
+}
+
+// --- disks -----------------------------------------------------------------------------------------
+
+bool WriteText(const char* path, const std::string& text)
+{
+    std::ofstream file(path);
+    file << text << std::flush;
+    return file.good();
+}
+
+/// Runs an action in a child process with a file system of its own at `directory`. The child's
+/// failures are printed and become those of this test.
+template <typename Action>
+void RunOnDisk(const fs::path& directory, const char* options, Action action)
+{
+    fs::create_directories(directory);
+    constexpr int notAvailable = 77;
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string uid = std::to_string(geteuid());
+        const std::string gid = std::to_string(getegid());
+        const bool isAlone = unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+                             WriteText("/proc/self/setgroups", "deny") &&
+                             WriteText("/proc/self/uid_map", "0 " + uid + " 1") &&
+                             WriteText("/proc/self/gid_map", "0 " + gid + " 1") &&
+                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                             mount("none", directory.c_str(), "tmpfs", 0, options) == 0;
+        if (!isAlone) {
+            _exit(notAvailable);
+        }
+        action();
+        std::cout << std::flush;
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == notAvailable) {
+        GTEST_SKIP() << "a process may not mount a file system for itself here";
+    }
+    EXPECT_EQ(status, 0);
+}
+
+/// Writes to a file until the disk is full.
+void Fill(const fs::path& path)
+{
+    std::ofstream file(path, std::ios::binary);
+    const std::string page(4096, 'x');
+    while (file.write(page.data(), static_cast<std::streamsize>(page.size())).flush()) {
+    }
+}
+
+/// UUIDs whose order is that of the numbers.
+Strings Numbers(int count)
+{
+    constexpr int first = 1000;
+    Strings uuids;
+    for (int number = 0; number < count; ++number) {
+        uuids.push_back(std::to_string(first + number));
+    }
+    return uuids;
+}
+
+std::string SaveWarnings(const fs::path& directory, const Strings& uuids)
+{
+    std::string warnings;
+    for (const std::string& uuid : uuids) {
+        warnings += "[W] Couldn't open " + (directory / uuid).string() + " to save operation\n";
+    }
+    return warnings;
+}
+
+TEST_F(CacheFaults, OnADiskThatFillsUpEachOperationIsStoredWholeOrWarnedOf)
+{
+    const Strings all = Numbers(40);
+    RunOnDisk(cacheHome.Path() / "test.app", "size=64k", [&] {
+        const std::string log = OutputOf([&] { Write(all); });
+        const Strings stored = NamesIn(Directory());
+        ASSERT_GT(stored.size(), 1U);
+        ASSERT_LT(stored.size(), all.size());
+        const auto count = static_cast<std::ptrdiff_t>(stored.size());
+        EXPECT_EQ(stored, Strings(all.begin(), all.begin() + count));
+        std::string warnings;
+        for (const std::string& uuid : Strings(all.begin() + count, all.end())) {
+            warnings += "[W] Couldn't serialize operation to " + PathOf(uuid) + "\n";
+        }
+        EXPECT_EQ(log, warnings);
+        EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
+        EXPECT_EQ(OutputOf([&] { EXPECT_EQ(Read(), stored); }), "");
+        EXPECT_EQ(OutputOf([&] { Write({"later"}); }), "") << "there is room again";
+    });
+}
+
+TEST_F(CacheFaults, OnAFullDiskWhatIsThereStaysAndIsReadAndRemoved)
+{
+    RunOnDisk(cacheHome.Path() / "test.app", "size=64k", [&] {
+        Write({"one", "two"});
+        Fill(cacheHome.Path() / "test.app" / "other");
+        EXPECT_EQ(OutputOf([&] { Write({"two", "three"}); }),
+                  "[W] Couldn't serialize operation to " + PathOf("two") + "\n" +
+                      "[W] Couldn't serialize operation to " + PathOf("three") + "\n");
+        EXPECT_EQ(OutputOf([&] { EXPECT_EQ(Read(), (Strings{"one", "two"})); }), "");
+        EXPECT_EQ(Siblings(), Strings());
+    });
+}
+
+TEST_F(CacheFaults, OnADiskWithoutRoomForAnotherFileEachOperationIsStoredWholeOrWarnedOf)
+{
+    RunOnDisk(cacheHome.Path() / "test.app", "nr_inodes=10", [&] {
+        const Strings all = Numbers(20);
+        const std::string log = OutputOf([&] { Write(all); });
+        const Strings stored = NamesIn(Directory());
+        const auto count = static_cast<std::ptrdiff_t>(stored.size());
+        EXPECT_EQ(stored, Strings(all.begin(), all.begin() + count));
+        EXPECT_GT(count, 1);
+        EXPECT_EQ(log, SaveWarnings(Directory(), Strings(all.begin() + count, all.end())));
+        EXPECT_EQ(OutputOf([&] { EXPECT_EQ(Read(), stored); }), "");
+        EXPECT_EQ(Siblings(), Strings());
+    });
+}
+
+TEST_F(CacheFaults, OnAReadOnlyDiskOperationsAreReadAtEachStartAndWarnedOf)
+{
+    RunOnDisk(cacheHome.Path() / "test.app", "size=64k", [&] {
+        Write({"one", "two"});
+        const fs::path disk = cacheHome.Path() / "test.app";
+        ASSERT_EQ(mount("none", disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        for (int start = 0; start < 2; ++start) {
+            EXPECT_EQ(OutputOf([&] { EXPECT_EQ(Read(), (Strings{"one", "two"})); }),
+                      "[W] Couldn't remove completed operations cache directory (filesystem error: "
+                      "cannot remove all: Read-only file system [" +
+                          Directory().string() + "])\n");
+            EXPECT_EQ(OutputOf([&] { Write({"two", "three"}); }),
+                      SaveWarnings(Directory(), {"two", "three"}));
+        }
+        ASSERT_EQ(mount("none", disk.c_str(), nullptr, MS_REMOUNT, nullptr), 0);
+        EXPECT_EQ(Read(), (Strings{"one", "two"}));
+        EXPECT_EQ(Siblings(), Strings());
+    });
+}
+
+TEST_F(CacheFaults, OnAReadOnlyDiskWithoutTheDirectoryStorageIsOneWarning)
+{
+    RunOnDisk(cacheHome.Path() / "test.app", "size=64k", [&] {
+        const fs::path disk = cacheHome.Path() / "test.app";
+        ASSERT_EQ(mount("none", disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        EXPECT_EQ(OutputOf([&] { EXPECT_EQ(Read(), Strings()); }), "");
+        const std::string log = OutputOf([&] { Write({"one", "two"}); });
+        EXPECT_EQ(
+            log.rfind("[W] Couldn't create cache directory to store completed operations (", 0), 0U)
+            << log;
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+    });
+}
+
+// --- two processes ---------------------------------------------------------------------------------
+
+/// Runs an action in a child process, and returns what it prints.
+class OtherProcess
+{
+public:
+    template <typename Action>
+    explicit OtherProcess(Action action)
+    {
+        std::cout << std::flush;
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        m_child = fork();
+        if (m_child == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            action();
+            std::cout << std::flush;
+            _exit(0);
+        }
+        close(ends[1]);
+        m_output = ends[0];
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+    ~OtherProcess() { close(m_output); }
+
+    std::string Output() const
+    {
+        std::string text;
+        char character = '\0';
+        while (read(m_output, &character, 1) == 1) {
+            text += character;
+        }
+        int status = 0;
+        waitpid(m_child, &status, 0);
+        EXPECT_EQ(status, 0);
+        return text;
+    }
+
+private:
+    pid_t m_child = -1;
+    int m_output = -1;
+};
+
+TEST_F(CacheFaults, OfTwoProcessesThatEndAndOneThatStartsEachOperationIsReadOnce)
+{
+    constexpr int rounds = 50;
+    const Strings mine = Numbers(30);
+    const Strings theirs = {"a", "b", "c"};
+    for (int round = 0; round < rounds; ++round) {
+        Strings expected = mine;
+        expected.insert(expected.end(), theirs.begin(), theirs.end());
+        const OtherProcess first([&] { Write(mine); });
+        const OtherProcess second([&] { Write(theirs); });
+        const OtherProcess starting([&] {
+            constexpr int starts = 5;
+            for (int start = 0; start < starts; ++start) {
+                for (const std::string& uuid : Read()) {
+                    std::cout << uuid << '\n';
+                }
+            }
+        });
+        ASSERT_EQ(first.Output() + second.Output(), "") << round;
+        std::istringstream lines(starting.Output());
+        Strings found = Read();
+        for (std::string line; std::getline(lines, line);) {
+            found.push_back(line);
+        }
+        std::sort(found.begin(), found.end());
+        ASSERT_EQ(found, expected) << round;
+        ASSERT_EQ(Siblings(), Strings()) << round;
+    }
 }
 
 } // namespace
