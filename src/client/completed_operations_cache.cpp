@@ -265,12 +265,26 @@ void ReadAndRemoveAll(const fs::path& directory, Found& found)
     }
 }
 
+bool IsMissing(const fs::path& directory)
+{
+    const fs::file_type type = fs::status(directory).type();
+    return type == fs::file_type::not_found || type == fs::file_type::unknown;
+}
+
 /// Anything that exists at the path is used as it is, even a regular file.
 void EnsureExists(const fs::path& directory)
 {
-    const fs::file_type type = fs::status(directory).type();
-    if (type == fs::file_type::not_found || type == fs::file_type::unknown) {
-        fs::create_directories(directory);
+    // Another process may create the directory at the same time, and a third one take it at once.
+    constexpr int mostTries = 100;
+    std::error_code failure = std::make_error_code(std::errc::file_exists);
+    for (int tries = 0; tries < mostTries && failure == std::errc::file_exists; ++tries) {
+        if (!IsMissing(directory)) {
+            return;
+        }
+        fs::create_directories(directory, failure);
+    }
+    if (failure) {
+        throw fs::filesystem_error("cannot create directories", directory, failure);
     }
 }
 
