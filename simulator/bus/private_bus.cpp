@@ -4,9 +4,9 @@
 #include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 
 #include <cerrno>
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -36,8 +36,8 @@ constexpr std::string_view configuration =
   <limit name="max_message_size">1000000000</limit>
   <limit name="max_replies_per_connection">50000</limit>
   <limit name="max_match_rules_per_connection">50000</limit>
-</busconfig>
 )";
+constexpr std::string_view endOfConfiguration = "</busconfig>\n";
 constexpr const char* configurationName = "bus.conf";
 constexpr const char* errorsName = "bus.errors";
 constexpr std::string_view socketName = "bus";
@@ -67,6 +67,17 @@ std::filesystem::path NewDirectory()
     return path;
 }
 
+// Of two limits with the same name, the later one counts.
+void WriteConfiguration(const std::filesystem::path& path, const PrivateBus::Limits& limits)
+{
+    std::ofstream file(path);
+    file << configuration;
+    for (const auto& [name, value] : limits) {
+        file << "  <limit name=\"" << name << "\">" << value << "</limit>\n";
+    }
+    file << endOfConfiguration;
+}
+
 void RemoveDirectory(const std::filesystem::path& directory)
 {
     std::error_code ignored;
@@ -89,9 +100,10 @@ std::string ReadFile(const std::filesystem::path& path)
 
 } // namespace
 
-PrivateBus::PrivateBus() : m_directory(NewDirectory())
+PrivateBus::PrivateBus(const Limits& limits) : m_directory(NewDirectory())
 {
     try {
+        WriteConfiguration(m_directory / configurationName, limits);
         Start();
     } catch (...) {
         RemoveDirectory(m_directory);
@@ -102,7 +114,6 @@ PrivateBus::PrivateBus() : m_directory(NewDirectory())
 void PrivateBus::Start()
 {
     const std::filesystem::path file = m_directory / configurationName;
-    std::ofstream(file) << configuration;
     const TextPtr socket(g_dbus_address_escape_value((m_directory / socketName).c_str()));
     const std::string address = std::string("unix:path=") + socket.get();
 
@@ -135,9 +146,25 @@ std::string PrivateBus::ReadAddress()
     return line.get();
 }
 
-void PrivateBus::Stop()
+void PrivateBus::Suspend()
 {
-    g_subprocess_send_signal(m_process.get(), SIGTERM);
+    const char* const id = g_subprocess_get_identifier(m_process.get());
+    if (id != nullptr) {
+        Send(SIGSTOP);
+        siginfo_t ignored{};
+        waitid(P_PID, static_cast<id_t>(std::stoi(id)), &ignored, WSTOPPED);
+    }
+}
+
+void PrivateBus::Send(int signal)
+{
+    g_subprocess_send_signal(m_process.get(), signal);
+}
+
+void PrivateBus::End(int signal)
+{
+    Send(signal);
+    Resume(); // a suspended process does not handle SIGTERM
     g_subprocess_wait(m_process.get(), nullptr, nullptr);
 }
 

@@ -3,7 +3,9 @@
 
 #include "simulator/glib_ptr.h"
 
+#include <csignal>
 #include <filesystem>
+#include <map>
 #include <string>
 
 namespace Simulator {
@@ -15,8 +17,12 @@ namespace Simulator {
 class PrivateBus
 {
 public:
+    /// Limits of the bus by their names in dbus-daemon's configuration. They replace those of a
+    /// session bus.
+    using Limits = std::map<std::string, unsigned>;
+
     /// @throws std::runtime_error with dbus-daemon's reason when it cannot be started
-    PrivateBus();
+    explicit PrivateBus(const Limits& limits = {});
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
     ~PrivateBus();
@@ -24,10 +30,19 @@ public:
     const std::string& Address() const { return m_address; }
 
     /// Stops the process now. Connections to the bus are lost.
-    void Stop();
+    void Stop() { End(SIGTERM); }
+    void Kill() { End(SIGKILL); }
+
+    /// Starts another bus at the same address, after Stop() or Kill().
+    void Start();
+
+    /// Suspends the process. It is suspended when the function returns.
+    void Suspend();
+    void Resume() { Send(SIGCONT); }
 
 private:
-    void Start();
+    void End(int signal);
+    void Send(int signal);
     std::string ReadAddress();
 
     std::filesystem::path m_directory;

@@ -51,6 +51,8 @@ public:
 
     void Stop() { m_process->Stop(); }
     void Kill() { m_process->Kill(); }
+    void Suspend() { m_process->Suspend(); }
+    void Resume() { m_process->Resume(); }
     int Wait() { return m_process->Wait(); }
 
     /// Calls a verb of the control interface.
@@ -121,7 +123,7 @@ private:
 class BusTest : public testing::Test
 {
 protected:
-    BusTest()
+    explicit BusTest(const Simulator::PrivateBus::Limits& limits = {}) : bus(limits)
     {
         setenv("DBUS_SESSION_BUS_ADDRESS", bus.Address().c_str(), 1);
         setenv("HOME", directory.Path().c_str(), 1);

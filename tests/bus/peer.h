@@ -89,6 +89,8 @@ public:
     /// The bus has dispatched everything that was sent so far.
     void Settle() { CallBus("GetId", nullptr); }
 
+    GDBusConnection* Connection() { return m_connection.get(); }
+
 private:
     Owned<GVariant> CallBus(const char* method, GVariant* arguments)
     {

@@ -3,9 +3,8 @@
 // Signals of peers that do not own the daemon's name: the bus carries whatever is addressed to us.
 
 #include "bus_fixture.h"
+#include "follower.h"
 #include "peer.h"
-
-#include <algorithm>
 
 namespace {
 
@@ -16,42 +15,6 @@ constexpr const char* evilPackage = "(('evil.app', '1', '', '', @a{sv} {}),)";
 constexpr const char* markerPackage = "(('marker', '1', '', '', @a{sv} {}),)";
 constexpr const char* endOfOperation = "(('u', 'p', 0, 100, 0),)";
 constexpr const char* ourName = "org.example.test.KVD.Connection";
-
-/// A connection whose events are noted.
-class Follower
-{
-public:
-    explicit Follower(const DaemonConnection& connection) : m_connection(connection)
-    {
-        const std::pair<EventType, std::string> types[] = {
-            {EventType::PackageInstalled, "installed "},
-            {EventType::PackageUpgraded, "upgraded "},
-            {EventType::PackageRemoved, "removed "},
-        };
-        for (const auto& [type, name] : types) {
-            m_subscriptions.push_back(connection.SubscribeToEvent(
-                type, PackageCallback([this, text = name](const Package& package) {
-                    events.push_back(text + package.GetID());
-                })));
-        }
-        m_subscriptions.push_back(
-            connection.SubscribeToEvent(EventType::OperationStatusChanged,
-                                        OperationCallback([this](const Operation& operation) {
-                                            events.push_back("operation " + operation.GetUUID());
-                                        })));
-    }
-
-    bool Has(const std::string& event) const
-    {
-        return std::find(events.begin(), events.end(), event) != events.end();
-    }
-
-    Strings events;
-
-private:
-    DaemonConnection m_connection;
-    std::vector<EventSubscription> m_subscriptions;
-};
 
 void EmitEverySignal(Peer& peer, const char* destination)
 {

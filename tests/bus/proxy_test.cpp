@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bus_fixture.h"
+#include "idle_loop.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -457,34 +458,6 @@ TEST_F(Stranded, ACallFromACallbackStrandsNoSignal)
 }
 
 // --- the main loop ---
-
-int polls = 0;
-
-gint CountingPoll(GPollFD* descriptors, guint count, gint timeout)
-{
-    ++polls;
-    return g_poll(descriptors, count, timeout);
-}
-
-/// Returns how often the loop wakes while nothing happens.
-int PollsWhileIdle()
-{
-    bool over = false;
-    g_main_context_set_poll_func(nullptr, CountingPoll);
-    polls = 0;
-    g_timeout_add(
-        200,
-        [](gpointer flag) -> gboolean {
-            *static_cast<bool*>(flag) = true;
-            return G_SOURCE_REMOVE;
-        },
-        &over);
-    while (!over) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    g_main_context_set_poll_func(nullptr, nullptr);
-    return polls;
-}
 
 TEST_F(Stranded, AnIdleLoopNeverWakes)
 {

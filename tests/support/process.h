@@ -61,6 +61,16 @@ public:
     void Stop() { End(SIGTERM); }
     void Kill() { End(SIGKILL); }
 
+    /// Suspends the process. It is suspended when the function returns.
+    void Suspend()
+    {
+        kill(m_pid, SIGSTOP);
+        siginfo_t ignored{};
+        waitid(P_PID, static_cast<id_t>(m_pid), &ignored, WSTOPPED);
+    }
+
+    void Resume() { kill(m_pid, SIGCONT); }
+
     int Wait()
     {
         int status = -1;
@@ -89,6 +99,7 @@ private:
     {
         if (m_pid > 0) {
             kill(m_pid, signal);
+            kill(m_pid, SIGCONT); // a suspended process does not handle SIGTERM
             Wait();
         }
     }
