@@ -15,7 +15,6 @@ constexpr const char* notProvided =
 constexpr const char* noReply = "org.freedesktop.DBus.Error.NoReply";
 constexpr const char* disconnected =
     "Message recipient disconnected from message bus without replying";
-constexpr const char* timeout = "org.freedesktop.DBus.Error.Timeout";
 
 class ADaemon : public FaultTest, public testing::WithParamInterface<DaemonCall>
 {
@@ -63,12 +62,10 @@ TEST_P(ADaemon, RestartedDuringACallFailsItAndTheNextCallSucceeds)
     Connect();
     NeverReply(GetParam().method);
     {
-        const auto restarter = WhenReceived(GetParam().method, [&] {
-            KillDaemon();
-            StartDaemon();
-        });
+        const auto killer = WhenReceived(GetParam().method, [&] { KillDaemon(); });
         EXPECT_EQ(Call(), GetParam().Failure(noReply, disconnected));
     }
+    StartDaemon();
     EXPECT_EQ(Call(), "");
     ExpectFollowed();
     ExpectIdle();
@@ -90,13 +87,6 @@ TEST_P(ADaemon, SuspendedDuringACallDelaysTheResult)
 
 INSTANTIATE_TEST_SUITE_P(EachCall, ADaemon, testing::ValuesIn(EveryCall()), NameOf);
 
-/// The calls expire after one second instead of 25.
-class WithAShortTimeOut : public FaultTest
-{
-protected:
-    WithAShortTimeOut() { setenv("SYSTEMD_BUS_TIMEOUT", "1s", 1); }
-};
-
 class ASuspendedDaemon : public WithAShortTimeOut, public testing::WithParamInterface<DaemonCall>
 {
 protected:
@@ -109,13 +99,13 @@ TEST_P(ASuspendedDaemon, FailsTheCallAtTheTimeOutAndAnswersLaterOnesWhenItResume
     const unsigned before = simulator->Calls(GetParam().method).first;
     simulator->Suspend();
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(Call(), GetParam().Failure(timeout, "Connection timed out"));
+    EXPECT_EQ(Call(), GetParam().Expired());
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
     ExpectIdle();
     EXPECT_EQ(follower->events, Strings());
     simulator->Resume();
     Outcome outcome = Call();
-    while (outcome == GetParam().Failure(timeout, "Connection timed out")) {
+    while (outcome == GetParam().Expired()) {
         outcome = Call(); // the machine is busy
     }
     EXPECT_EQ(outcome, "");

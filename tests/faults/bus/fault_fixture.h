@@ -31,6 +31,11 @@ struct DaemonCall
         return std::string("Couldn't call org.velmora.Emporium.") + method + " dbus method (" +
                (returnsNothing ? message : "[" + error + "] " + message) + ")";
     }
+
+    Outcome Expired() const
+    {
+        return Failure("org.freedesktop.DBus.Error.Timeout", "Connection timed out");
+    }
 };
 
 inline std::ostream& operator<<(std::ostream& stream, const DaemonCall& call)
@@ -132,7 +137,8 @@ protected:
         follower->events.clear();
     }
 
-    /// Runs the action on another thread as soon as the daemon has received a call of the method.
+    /// Runs the action on another thread as soon as the daemon has received a call of the method. It
+    /// must start no process: that would end with the thread.
     std::jthread WhenReceived(const char* method, std::function<void()> action)
     {
         const unsigned before = simulator->Calls(method).first;
@@ -190,6 +196,13 @@ protected:
     std::optional<SimulatorProcess> simulator;
     std::optional<Emporium::DaemonConnection> connection;
     std::optional<Follower> follower;
+};
+
+/// Calls expire after one second instead of 25.
+class WithAShortTimeOut : public FaultTest
+{
+protected:
+    WithAShortTimeOut() { setenv("SYSTEMD_BUS_TIMEOUT", "1s", 1); }
 };
 
 } // namespace TestSupport
