@@ -202,7 +202,10 @@ protected:
 class WithAShortTimeOut : public FaultTest
 {
 protected:
-    WithAShortTimeOut() { setenv("SYSTEMD_BUS_TIMEOUT", "1s", 1); }
+    explicit WithAShortTimeOut(const Simulator::PrivateBus::Limits& limits = {}) : FaultTest(limits)
+    {
+        setenv("SYSTEMD_BUS_TIMEOUT", "1s", 1);
+    }
 };
 
 } // namespace TestSupport
