@@ -42,6 +42,8 @@ void DaemonOwner::LearnFromReply(const sdbus::Message& reply)
 {
     if (m_owner.empty()) {
         m_owner = SenderOf(reply);
+    } else if (!HasSent(reply)) {
+        AskAgain();
     }
 }
 
@@ -64,12 +66,42 @@ void DaemonOwner::AskForOwner()
     call << Contract::busName;
     const auto onReply = [this](sdbus::MethodReply reply,
                                 const std::optional<sdbus::Error>& error) {
-        if (!error && m_owner.empty()) {
-            reply >> m_owner;
+        std::string owner;
+        if (!error) {
+            reply >> owner;
         }
-        m_onChange();
+        OnAnswer(owner);
+        m_knownIsStale = false;
+        m_asked = false;
     };
     m_reply = m_bus->callMethodAsync(call, onReply, sdbus::return_slot);
+    m_asked = true;
+}
+
+void DaemonOwner::AskAgain()
+{
+    // The slot of a reply must not be replaced while that reply is being processed.
+    if (m_asked) {
+        return;
+    }
+    m_knownIsStale = true;
+    try {
+        AskForOwner();
+    } catch (const sdbus::Error&) {
+        return; // The bus is lost; the next dispatch reports it.
+    }
+}
+
+void DaemonOwner::OnAnswer(const std::string& owner)
+{
+    if (m_knownIsStale && owner != m_owner) {
+        Change(m_owner, owner);
+        return;
+    }
+    if (m_owner.empty()) {
+        m_owner = owner;
+    }
+    m_onChange();
 }
 
 void DaemonOwner::OnChange(sdbus::Message signal)
@@ -87,11 +119,12 @@ void DaemonOwner::OnChange(sdbus::Message signal)
 
 void DaemonOwner::Change(const std::string& from, const std::string& to)
 {
-    // A change from another owner is older than the reply by which this one is known.
     if (m_owner.empty() || m_owner == from) {
         m_owner.clear();
         m_onChange(); // a replacement is seen as an absence too
         m_owner = to;
+    } else if (m_owner != to) {
+        AskAgain(); // unless it is older than the reply by which this owner is known
     }
     m_onChange();
 }

@@ -21,6 +21,10 @@ namespace Emporium {
 /// Nothing here blocks. The bus replies in the order of the requests, and both are sent before the
 /// first subscription to a signal; so the owner is known before the daemon's first signal is
 /// dispatched, and each signal is compared with the owner at the time at which it was sent.
+///
+/// The bus drops messages for a process that does not read them in time, and a change of the owner can
+/// be among them. A reply or a change that does not match the known owner reveals that; the bus is then
+/// asked again. Its answer arrives after the changes that are still waiting to be dispatched.
 class DaemonOwner
 {
 public:
@@ -35,18 +39,22 @@ public:
     /// True if the owner sent this message. False as long as no owner is known.
     bool HasSent(const sdbus::Message& message) const;
 
-    /// Takes the sender of the daemon's reply for the owner, because messages of the bus are dispatched
-    /// only when the main loop iterates.
+    /// Takes the sender of the daemon's reply for the owner if none is known, because messages of the
+    /// bus are dispatched only when the main loop iterates.
     void LearnFromReply(const sdbus::Message& reply);
 
 private:
     void AskForChanges(sdbus::IConnection& connection);
     void AskForOwner();
+    void AskAgain();
+    void OnAnswer(const std::string& owner);
     void OnChange(sdbus::Message signal);
     void Change(const std::string& from, const std::string& to);
 
     const std::function<void()> m_onChange;
-    std::string m_owner; ///< Its unique name; empty if there is none, or none is known.
+    std::string m_owner;  ///< Its unique name; empty if there is none, or none is known.
+    bool m_asked = false; ///< The bus has not answered yet, or its answer is being processed.
+    bool m_knownIsStale = false; ///< The answer replaces the known owner.
     std::unique_ptr<sdbus::IProxy> m_bus;
     sdbus::Slot m_changes;
     sdbus::Slot m_reply;

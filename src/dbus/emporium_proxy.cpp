@@ -91,13 +91,14 @@ sdbus::MethodReply Emporium_proxy::Call(const char* method, const Arguments&... 
 {
     sdbus::MethodCall call = m_proxy.createMethodCall(m_interface, sdbus::MethodName(method));
     ((call << arguments), ...);
-    return m_proxy.callMethod(call, defaultReplyTimeout);
+    sdbus::MethodReply reply = m_proxy.callMethod(call, defaultReplyTimeout);
+    onReplyFromDaemon(reply);
+    return reply;
 }
 
 Emporium::Properties Emporium_proxy::CallGetAllProperties()
 {
     sdbus::MethodReply reply = Call(Contract::Method::getAllProperties);
-    onReplyFromDaemon(reply);
     return Decoder::ReadProperties(reply);
 }
 

@@ -29,7 +29,7 @@ protected:
 
     virtual bool isFromDaemon(const sdbus::Message& signal) const = 0;
 
-    /// Called with the reply to GetAllProperties before its content is checked.
+    /// Called with each reply of the daemon before its content is checked.
     virtual void onReplyFromDaemon(const sdbus::Message& reply) = 0;
 
     virtual void onOperationStatusChanged(const Emporium::Operation& operation) = 0;

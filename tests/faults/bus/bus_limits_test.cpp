@@ -95,6 +95,16 @@ protected:
         EXPECT_TRUE(simulator->NameHasOwner(Contract::busName)); // the bus has sent what it sends
     }
 
+    /// The bus drops also the changes of the daemon's owner.
+    void RestartUnnoticed()
+    {
+        InstallTooMany();
+        KillDaemon();
+        StartDaemon();
+        RunWhatIsReady();
+        follower->events.clear();
+    }
+
     DaemonStateCallback Note()
     {
         return [this](DaemonState state) { states.push_back(state); };
@@ -119,6 +129,36 @@ TEST_F(ABusWithASmallQueue, DropsTheLastSignalsWithoutNoticeAndANewConnectionHas
     EXPECT_EQ(connection->GetPackageList().size(), 6 + delivered) << "the snapshot is stale";
     EXPECT_EQ(DaemonConnection().GetPackageList().size(), 6U + installed);
     EXPECT_TRUE(states.empty());
+    ExpectFollowed();
+    ExpectIdle();
+    ExpectCleanEnd();
+}
+
+TEST_F(ABusWithASmallQueue, DropsARestartOfTheDaemonWhichTheNextReplyShows)
+{
+    Connect();
+    const DaemonWatch watch(Note());
+    RestartUnnoticed();
+    EXPECT_TRUE(states.empty());
+    EXPECT_EQ(OutcomeOf(connection->Start("com.sample.notes")), "");
+    RunUntil([&] { return states.size() == 2; });
+    EXPECT_EQ(states, (std::vector{DaemonState::Absent, DaemonState::Present}));
+    ExpectFollowed();
+    ExpectIdle();
+    ExpectCleanEnd();
+}
+
+TEST_F(ABusWithASmallQueue, DropsARestartOfTheDaemonWhichTheNextRestartShows)
+{
+    Connect();
+    const DaemonWatch watch(Note());
+    RestartUnnoticed();
+    KillDaemon();
+    RunUntil([&] { return states.size() == 1; });
+    EXPECT_EQ(watch.State(), DaemonState::Absent);
+    StartDaemon();
+    RunUntil([&] { return states.size() == 2; });
+    EXPECT_EQ(watch.State(), DaemonState::Present);
     ExpectFollowed();
     ExpectIdle();
     ExpectCleanEnd();
