@@ -31,7 +31,12 @@ TEST_P(ABusThatRefusesAMatch, MakesTheConnectionInvalidWhichIsLogged)
                    "handler (No buffer space available)\n");
     EXPECT_FALSE(static_cast<bool>(*connection));
     EXPECT_THROW(connection->GetPackageList(), std::logic_error);
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    OutputOf([&] {
+        for (int time = 0; time < 10; ++time) {
+            connection.emplace();
+        }
+    });
+    EXPECT_LT(OpenDescriptors(), descriptors + 5) << "each attempt leaves a descriptor open";
     ExpectIdle();
 }
 
