@@ -27,3 +27,7 @@ if(EMPORIUM_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
 endif()
+
+if(EMPORIUM_BUILD_FUZZERS)
+    add_compile_options(-fsanitize=fuzzer-no-link) # the coverage that guides a fuzz target
+endif()
