@@ -135,18 +135,21 @@ TEST_F(ConnectionThreads, HandlesAreCopiedOnOtherThreadsWhileEventsAreDelivered)
     const EventSubscription subscription = connection.SubscribeToEvent(
         EventType::PackageUpgraded, [&](const Package&) { ++delivered; });
     std::atomic<bool> done = false;
-    std::thread copier([&] {
+    const auto copyHandles = [&] {
         while (!done.load(std::memory_order_relaxed)) {
             const DaemonConnection copy = connection;
             const EventSubscription second = subscription;
             const DaemonConnection third = copy;
         }
-    });
+    };
+    std::thread first(copyHandles);
+    std::thread second(copyHandles);
     for (int event = 0; event < events; ++event) {
         Upgrade(event);
     }
     done.store(true, std::memory_order_relaxed);
-    copier.join();
+    first.join();
+    second.join();
     EXPECT_EQ(delivered, events);
     connection.UnsubscribeFromEvent(subscription);
 }
@@ -166,7 +169,7 @@ TEST_F(ConnectionThreads, AConnectionMayLiveOnAThreadOfItsOwn)
         connection.UnsubscribeFromEvent(subscription);
     });
     OnSeveralThreads([](std::size_t number) { // what other threads may do meanwhile
-        return Common::ErrorCodeHelper(static_cast<int>(number) + 5).errorCodeAsString() != "";
+        return !Common::ErrorCodeHelper(static_cast<int>(number) + 5).errorCodeAsString().empty();
     });
     owner.join();
     EXPECT_EQ(last, std::to_string(events - 1) + "x86_64");
