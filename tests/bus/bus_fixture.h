@@ -25,6 +25,9 @@ namespace TestSupport {
 
 using Strings = std::vector<std::string>;
 
+/// How long to wait for what must come: long enough for a machine that runs many tests at once.
+constexpr int patienceMilliseconds = 90000;
+
 /// Runs the simulator in a child process and controls it over the bus.
 class SimulatorProcess
 {
@@ -106,7 +109,7 @@ private:
         GError* raw = nullptr;
         Owned<GVariant> reply(g_dbus_connection_call_sync(
             m_connection.get(), destination, path, interface, method, arguments, nullptr,
-            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &raw));
+            G_DBUS_CALL_FLAGS_NONE, patienceMilliseconds, nullptr, &raw));
         const Owned<GError> error(raw);
         if (error) {
             throw std::runtime_error(error->message);
@@ -130,13 +133,13 @@ protected:
         setenv("VEYRA_APP_ID", "org.example.test", 1);
     }
 
-    /// Runs the main loop until `done()`. Fails the test after 30 seconds.
+    /// Runs the main loop until `done()`. Fails the test if that takes too long.
     template <typename Done>
     static void RunUntil(Done done)
     {
         bool givenUp = false;
         const guint limit = g_timeout_add(
-            30000,
+            patienceMilliseconds,
             [](gpointer flag) -> gboolean {
                 *static_cast<bool*>(flag) = true;
                 return G_SOURCE_CONTINUE;

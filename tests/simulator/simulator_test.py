@@ -21,16 +21,17 @@ DAEMON = "org.velmora.Emporium"
 CONTROL = "org.velmora.Emporium.Simulator"
 
 PRELUDE = """
-d() { m=$1; shift; gdbus call --session --dest org.velmora.Emporium \
+d() { m=$1; shift; gdbus call --timeout 200 --session --dest org.velmora.Emporium \
   --object-path /org/velmora/Emporium --method org.velmora.Emporium.$m "$@" 2>&1; }
-k() { m=$1; shift; gdbus call --session --dest org.velmora.Emporium.Simulator \
+k() { m=$1; shift; gdbus call --timeout 200 --session --dest org.velmora.Emporium.Simulator \
   --object-path /org/velmora/Emporium/Simulator --method org.velmora.Emporium.Simulator.$m "$@" 2>&1; }
 # Waits for the text in a file.
-await() { for i in $(seq 1000); do grep -q -- "$2" "$1" && return 0; sleep 0.02; done; echo "no $2"; exit 9; }
+await() { end=$((SECONDS + 240)); until grep -q -- "$2" "$1"; do
+  [ $SECONDS -lt $end ] || { echo "no $2"; exit 9; }; sleep 0.02; done; }
 # Writes the signals of the daemon to the file $MONITOR; returns once it receives them.
 watch_signals() { dbus-monitor --session "interface='org.velmora.Emporium',type='signal'" >"$MONITOR" 2>&1 &
-  watcher=$!; for i in $(seq 1000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
-  grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; }
+  watcher=$!; while sleep 0.02; do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
+  grep -q 'member=Ready' "$MONITOR" && return 0; done; }
 """
 
 
@@ -64,7 +65,7 @@ class SimulatorTest(unittest.TestCase):
         return path
 
     def simulator(self, *arguments):
-        return subprocess.run([SIMULATOR, *arguments], env=self.environment, timeout=60,
+        return subprocess.run([SIMULATOR, *arguments], env=self.environment, timeout=300,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                               check=False, preexec_fn=die_with_parent)
 
@@ -405,7 +406,7 @@ class Program(SimulatorTest):
         odd = [b"\xff", "gr\u00fcn".encode(), b"[a,b]", b"%%", b"", b"--", b"--steps", b"--x=", b"{}", b"a b"]
         for separator in (["--"], []):
             run = subprocess.run([SIMULATOR, "--private-bus", *separator, "printf", "<%s>", *odd],
-                                 env=self.environment, timeout=60, stdout=subprocess.PIPE, check=False,
+                                 env=self.environment, timeout=300, stdout=subprocess.PIPE, check=False,
                                  preexec_fn=die_with_parent)
             self.assertEqual(run.stdout, b"".join(b"<" + argument + b">" for argument in odd))
 
