@@ -288,9 +288,12 @@ TEST_F(OperationFile, AFifoBlocksNeitherReadingNorWriting)
 
 TEST_F(OperationFile, AMissingDescriptorIsNotReportedAsADamagedFile)
 {
+    const std::string expected = "Couldn't open " + path + " to read operation";
+    // The undefined-behaviour sanitizer needs a descriptor when it meets a type for the first time.
+    EXPECT_EQ(Operation::FromFile(path).GetError(), expected);
     SavedSample();
     const DescriptorLimit limit;
-    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't open " + path + " to read operation");
+    EXPECT_EQ(Operation::FromFile(path).GetError(), expected);
     EXPECT_THROW(Emporium::OperationFile::Read(path), std::system_error);
 }
 
