@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
@@ -25,6 +26,18 @@ namespace {
 
 bool userIsKnown = true;
 
+using FlagsOfFiles = std::vector<std::pair<std::string, int>>;
+
+/// Where the flags of each file that the library opens are recorded, if anywhere.
+FlagsOfFiles* opened = nullptr;
+
+void Record(const char* path, int flags)
+{
+    if (opened != nullptr) {
+        opened->emplace_back(path, flags);
+    }
+}
+
 } // namespace
 
 extern "C" {
@@ -36,6 +49,30 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
     }
     *found = nullptr;
     return 0;
+}
+
+// A program with large-file support calls the second of these.
+decltype(open) __real_open;
+decltype(open64) __real_open64;
+
+int __wrap_open(const char* path, int flags, ...)
+{
+    Record(path, flags);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return __real_open(path, flags, mode);
+}
+
+int __wrap_open64(const char* path, int flags, ...)
+{
+    Record(path, flags);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return __real_open64(path, flags, mode);
 }
 }
 
@@ -518,6 +555,37 @@ TEST_F(Cache, ANewFilesModeFollowsTheUmask)
     Run();
     umask(former);
     EXPECT_EQ(fs::status(CacheDirectory() / "one").permissions(), static_cast<fs::perms>(0640));
+}
+
+TEST_F(Cache, EveryDescriptorIsClosedOnExec)
+{
+    Store("cached", 10);
+    FlagsOfFiles all;
+    OutputOf([&] {
+        const int input = dup(STDIN_FILENO);
+        close(STDIN_FILENO);
+        opened = &all;
+        {
+            const DaemonConnection connection;
+        }
+        opened = nullptr;
+        dup2(input, STDIN_FILENO);
+        close(input);
+    });
+    Strings paths;
+    for (const auto& [path, flags] : all) {
+        paths.push_back(path);
+        EXPECT_NE(flags & O_CLOEXEC, 0) << path;
+    }
+    EXPECT_GE(std::ranges::count(paths, "/dev/null"), 2) << "for standard input";
+    const auto isIn = [&](const std::string& purpose, const std::string& name) {
+        const std::string prefix = CacheDirectory().string() + "." + purpose + "-";
+        return std::ranges::any_of(paths, [&](const std::string& path) {
+            return path.starts_with(prefix) && path.ends_with(name);
+        });
+    };
+    EXPECT_TRUE(isIn("reading", "/cached"));
+    EXPECT_TRUE(isIn("writing", "/operation"));
 }
 
 TEST_F(Cache, ASecondConnectionFindsNoDirectoryAndBothStoreTheirOperations)

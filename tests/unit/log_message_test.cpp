@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <iomanip>
 #include <iostream>
@@ -12,6 +14,8 @@
 #include <locale>
 #include <stdexcept>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -78,6 +82,25 @@ TEST(LogMessage, NumbersAreNotGroupedByTheApplicationsLocale)
 TEST(LogMessage, LineFeedsInTheTextAreWrittenUnchanged)
 {
     EXPECT_EQ(OutputOf([] { LogMessage(LogLevel::Info) << "one\ntwo\n"; }), "[I] one\ntwo\n\n");
+}
+
+TEST(LogMessage, IsWrittenBeforeTheProcessEndsWithoutFlushing)
+{
+    std::array<int, 2> output{};
+    ASSERT_EQ(pipe(output.data()), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(output[1], STDOUT_FILENO);
+        LogMessage(LogLevel::Error) << "the last words";
+        _exit(0);
+    }
+    close(output[1]);
+    waitpid(child, nullptr, 0);
+    std::array<char, 100> text{};
+    const ssize_t length = read(output[0], text.data(), text.size());
+    close(output[0]);
+    ASSERT_GE(length, 0);
+    EXPECT_EQ(std::string(text.data(), static_cast<std::size_t>(length)), "[E] the last words\n");
 }
 
 TEST(LogMessage, TwoMessagesAreTwoLines)

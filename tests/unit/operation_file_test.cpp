@@ -114,6 +114,19 @@ TEST_F(OperationFile, SavingReplacesAnExistingFile)
 }
 
 /// Reads the file with nothing but the archive library's own strings and numbers.
+TEST_F(OperationFile, ANewOnesModeFollowsTheUmask)
+{
+    const Operation operation;
+    for (const mode_t mask : {0U, 002U, 077U}) {
+        std::filesystem::remove(path);
+        const mode_t former = umask(mask);
+        EXPECT_TRUE(static_cast<bool>(operation.SaveToFile(path)));
+        umask(former);
+        EXPECT_EQ(std::filesystem::status(path).permissions(),
+                  static_cast<std::filesystem::perms>(0666U & ~mask));
+    }
+}
+
 TEST_F(OperationFile, ContainsAPreambleTwoStringsAndThreeNumbers)
 {
     const std::string content = SavedSample();

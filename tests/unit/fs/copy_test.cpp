@@ -361,6 +361,15 @@ TEST_F(CopyingDirectory, IntoItselfIsRefusedBeforeAnythingIsTouched)
     EXPECT_EQ(ReadDirectory(At("tree"), Recursive).size(), 2U);
 }
 
+TEST_F(CopyingDirectory, OntoItselfRemovesTheDirectory)
+{
+    fs::create_directory(At("source"));
+    MakeFile("source/file");
+    ExpectFailure([&] { CopyDirectory(At("source"), At("source")); },
+                  "Coulnd't copy directory " + Text("source") + " to " + Text("source"));
+    EXPECT_FALSE(fs::exists(At("source")));
+}
+
 TEST_F(CopyingDirectory, ToASiblingWithALongerNameIsNotIntoItself)
 {
     fs::create_directories(At("tree"));

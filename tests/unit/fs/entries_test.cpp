@@ -175,6 +175,21 @@ TEST_F(Reading, OrdersByTimeOldestFirst)
               (std::vector<fs::path>{Root() / "b", Root() / "a", Root() / "c"}));
 }
 
+TEST_F(Reading, OrdersTheWholeTreeByTime)
+{
+    const auto now = fs::file_time_type::clock::now();
+    fs::create_directories(Root() / "a" / "b");
+    int age = 1;
+    for (const char* name : {"c", "a/b/d", "a/e", "f"}) {
+        fs::last_write_time(MakeFile(name), now - std::chrono::hours(age++));
+    }
+    fs::last_write_time(Root() / "a" / "b", now - std::chrono::hours(age++));
+    fs::last_write_time(Root() / "a", now - std::chrono::hours(age++));
+    EXPECT_EQ(ReadDirectory(Root(), Recursive | OrderByTime),
+              (std::vector<fs::path>{Root() / "a", Root() / "a/b", Root() / "f", Root() / "a/e",
+                                     Root() / "a/b/d", Root() / "c"}));
+}
+
 TEST_F(Reading, ADanglingLinkIsAFailureEvenWithoutOrdering)
 {
     MakeFile("file");
