@@ -203,7 +203,7 @@ private:
         if (!connection) {
             return;
         }
-        Expect(connection.GetPackage("com.sample.notes") && connection.GetArchitecture() != "",
+        Expect(connection.GetPackage("com.sample.notes") && !connection.GetArchitecture().empty(),
                "the later connection is empty");
         CheckCompleted(connection);
         Counts counts;
@@ -325,6 +325,6 @@ int main()
     std::string mode;
     std::size_t n = 0;
     while (std::cin >> mode >> n) {
-        std::cout << Answer(mode == "once", n) << std::endl;
+        std::cout << Answer(mode == "once", n) << '\n' << std::flush;
     }
 }

@@ -35,7 +35,7 @@ protected:
         simulator.Tell("SetReply", "(ss)", "Install", "(('later', 'org.example.new', 0, 0, 0),)");
         QueueProgress("Start", "first");
         QueueProgress("Restart", "later");
-        m_input << mode << ' ' << n << std::endl;
+        m_input << mode << ' ' << n << '\n' << std::flush;
         return m_job->ReadLine();
     }
 
