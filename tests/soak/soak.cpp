@@ -330,10 +330,12 @@ long WakeUpsWhileIdle()
     const pid_t mainThread = gettid();
     long wakeUps = -1;
     std::thread watcher([&] {
-        std::this_thread::sleep_for(idleTime / 4); // the loop has begun to wait
-        const long before = VoluntarySwitches(mainThread);
-        std::this_thread::sleep_for(idleTime);
-        wakeUps = VoluntarySwitches(mainThread) - before;
+        // On a busy machine, the loop may not wait yet; one that wakes up regularly does so each time.
+        for (int attempt = 0; attempt < 10 && wakeUps != 0; ++attempt) {
+            const long before = VoluntarySwitches(mainThread);
+            std::this_thread::sleep_for(idleTime);
+            wakeUps = VoluntarySwitches(mainThread) - before;
+        }
         g_main_loop_quit(loop.get());
     });
     g_main_loop_run(loop.get());
