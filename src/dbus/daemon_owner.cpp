@@ -6,6 +6,8 @@
 #include <sdbus-c++/Error.h>
 #include <sdbus-c++/Types.h>
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -16,6 +18,28 @@ namespace {
 constexpr const char* busName = "org.freedesktop.DBus";
 constexpr const char* busPath = "/org/freedesktop/DBus";
 constexpr const char* busInterface = "org.freedesktop.DBus";
+
+/// The time-out of a request covers the time until the main loop dispatches the reply, which the
+/// application may delay as long as it wants.
+constexpr std::uint64_t noTimeout = std::numeric_limits<std::uint64_t>::max();
+
+/// The time-out of requests that have none of their own, while the object lives.
+class MethodCallTimeout
+{
+public:
+    MethodCallTimeout(sdbus::IConnection& connection, std::uint64_t timeout)
+        : m_connection(connection), m_former(connection.getMethodCallTimeout())
+    {
+        m_connection.setMethodCallTimeout(timeout);
+    }
+    MethodCallTimeout(const MethodCallTimeout&) = delete;
+    MethodCallTimeout& operator=(const MethodCallTimeout&) = delete;
+    ~MethodCallTimeout() { m_connection.setMethodCallTimeout(m_former); }
+
+private:
+    sdbus::IConnection& m_connection;
+    const std::uint64_t m_former;
+};
 
 std::string_view SenderOf(const sdbus::Message& message)
 {
@@ -48,12 +72,13 @@ void DaemonOwner::LearnFromReply(const sdbus::Message& reply)
 }
 
 /// If the bus refuses the rule, the bus library closes the connection: without the changes no signal
-/// could be trusted.
+/// could be trusted. It would do the same if the request expired.
 void DaemonOwner::AskForChanges(sdbus::IConnection& connection)
 {
     const std::string rule = std::string("type='signal',sender='") + busName + "',path='" +
                              busPath + "',interface='" + busInterface +
                              "',member='NameOwnerChanged',arg0='" + Contract::busName + "'";
+    const MethodCallTimeout timeout(connection, noTimeout);
     m_changes = connection.addMatchAsync(
         rule, [this](sdbus::Message signal) { OnChange(std::move(signal)); }, {},
         sdbus::return_slot);
@@ -74,7 +99,7 @@ void DaemonOwner::AskForOwner()
         m_knownIsStale = false;
         m_asked = false;
     };
-    m_reply = m_bus->callMethodAsync(call, onReply, sdbus::return_slot);
+    m_reply = m_bus->callMethodAsync(call, onReply, noTimeout, sdbus::return_slot);
     m_asked = true;
 }
 

@@ -115,6 +115,34 @@ TEST_P(ASuspendedDaemon, FailsTheCallAtTheTimeOutAndAnswersLaterOnesWhenItResume
     ExpectCleanEnd();
 }
 
+class AtTheStart : public WithAShortTimeOut
+{
+};
+
+TEST_F(AtTheStart, ASuspendedDaemonFailsTheLoadAtTheTimeOutAndIsFollowedWhenItResumes)
+{
+    simulator->Suspend();
+    const std::string log = OutputOf([&] { connection.emplace(); });
+    EXPECT_EQ(log, "[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method "
+                   "([org.freedesktop.DBus.Error.Timeout] Connection timed out)\n");
+    follower.emplace(*connection);
+    EXPECT_EQ(OutputOf([] { ExpectIdle(); }), "") << "the connection to the bus stays";
+    simulator->Resume();
+    ExpectFollowed();
+}
+
+TEST_F(AtTheStart, AnApplicationMayRunNoMainLoopForLongerThanTheTimeOut)
+{
+    while (!connection || connection->GetArchitecture().empty()) {
+        connection.emplace(); // also if the load expires on a busy machine
+    }
+    follower.emplace(*connection);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    EXPECT_EQ(OutputOf([] { ExpectIdle(); }), "") << "the connection to the bus stays";
+    ExpectFollowed();
+    ExpectCleanEnd();
+}
+
 class ALateReply : public WithAShortTimeOut
 {
 };
