@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/faults/scenario.h"
 
+#include "simulator/bus/message_body.h"
 #include "simulator/files/input_error.h"
 #include "simulator/files/text_file.h"
 #include "simulator/glib_ptr.h"
@@ -10,6 +11,7 @@
 #include <exception>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 
 namespace Simulator {
 
@@ -44,13 +46,21 @@ std::optional<ArgumentTypes> TypesOf(const std::string& verb)
     return types;
 }
 
-Variant ParseArguments(const ArgumentTypes& types, const std::string& text, ErrorSlot& error)
+Variant ParseArguments(const std::string& verb, const ArgumentTypes& types, const std::string& text)
 {
+    RequireCodePoints(text);
     const char* comma = types.count == 1 ? "," : "";
     const std::string tuple = "(" + text + comma + ")";
     const std::unique_ptr<GVariantType, Releaser<g_variant_type_free>> type(
         g_variant_type_new(types.tuple.c_str()));
-    return Variant(g_variant_parse(type.get(), tuple.c_str(), nullptr, nullptr, &error));
+    ErrorSlot error;
+    Variant arguments(g_variant_parse(type.get(), tuple.c_str(), nullptr, nullptr, &error));
+    if (!arguments) {
+        throw std::invalid_argument(verb + " takes arguments of the types " + types.tuple + " (" +
+                                    error.Message() + ")");
+    }
+    RequireTransportable(arguments);
+    return arguments;
 }
 
 } // namespace
@@ -77,14 +87,11 @@ void Scenario::ParseLine(const std::string& text, std::size_t line)
     if (!types) {
         throw InputError(m_path, line, "unknown verb " + verb);
     }
-    ErrorSlot error;
-    Variant arguments = ParseArguments(*types, text.substr(end), error);
-    if (!arguments) {
-        throw InputError(m_path, line,
-                         verb + " takes arguments of the types " + types->tuple + " (" +
-                             error.Message() + ")");
+    try {
+        m_steps.push_back({line, verb, ParseArguments(verb, *types, text.substr(end))});
+    } catch (const std::invalid_argument& error) {
+        throw InputError(m_path, line, error.what());
     }
-    m_steps.push_back({line, verb, std::move(arguments)});
 }
 
 void Scenario::Run(Perform perform, Failed failed)

@@ -26,6 +26,7 @@ void CheckText(const char* text)
 void Perform(const std::string& verb, GVariant* arguments)
 {
     Fuzz::Require(!verb.empty(), "a step has a verb");
+    Fuzz::RequireSendable(Simulator::Variant(g_variant_ref(arguments)));
     for (gsize index = 0; index < g_variant_n_children(arguments); ++index) {
         const Simulator::Variant argument(g_variant_get_child_value(arguments, index));
         if (g_variant_is_of_type(argument.Get(), G_VARIANT_TYPE_STRING) != FALSE) {
