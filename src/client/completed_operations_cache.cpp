@@ -190,7 +190,8 @@ private:
     bool RemoveListed(bool mayBeFilled) const
     {
         std::error_code failure;
-        if (!fs::is_symlink(m_actual, failure)) { // the target of a link does not belong to the cache
+        // The target of a link does not belong to the cache.
+        if (!fs::is_symlink(m_actual, failure)) {
             RemoveListedFiles();
         }
         fs::remove(m_actual, failure);
