@@ -67,9 +67,14 @@ public:
         kill(m_pid, SIGSTOP);
         siginfo_t ignored{};
         waitid(P_PID, static_cast<id_t>(m_pid), &ignored, WSTOPPED);
+        m_suspended = true;
     }
 
-    void Resume() { kill(m_pid, SIGCONT); }
+    void Resume()
+    {
+        kill(m_pid, SIGCONT);
+        m_suspended = false;
+    }
 
     int Wait()
     {
@@ -99,13 +104,18 @@ private:
     {
         if (m_pid > 0) {
             kill(m_pid, signal);
-            kill(m_pid, SIGCONT); // a suspended process does not handle SIGTERM
+            // A suspended process does not handle SIGTERM. Any other one is not continued: the leak
+            // check at its end suspends the process itself.
+            if (m_suspended) {
+                Resume();
+            }
             Wait();
         }
     }
 
     pid_t m_pid = -1;
     int m_output = -1;
+    bool m_suspended = false;
 };
 
 } // namespace TestSupport
