@@ -31,6 +31,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         return 0;
     }
     Fuzz::RequireSendableRecord(recording->snapshot.architecture);
+    Fuzz::RequireSendableRecord(recording->snapshot.version);
     for (const Simulator::Package& package : recording->snapshot.packages) {
         Fuzz::RequireSendableRecord(package);
     }

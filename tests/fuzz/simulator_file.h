@@ -51,10 +51,26 @@ inline void RequireSendable(const Simulator::Variant& body)
     Require(received != nullptr, error.Message().c_str());
 }
 
-template <typename Record>
-void RequireSendableRecord(const Record& record)
+inline void RequireSendableRecord(const std::string& text)
 {
-    RequireSendable(Simulator::Body(Simulator::ToVariant(record)));
+    Require(text.find('\0') == std::string::npos, "a text has no zero byte, which would end it");
+    RequireSendable(Simulator::Body(Simulator::ToVariant(text)));
+}
+
+inline void RequireSendableRecord(const Simulator::Package& package)
+{
+    for (const std::string& text :
+         {package.id, package.version, package.subgroup, package.developer}) {
+        RequireSendableRecord(text);
+    }
+    RequireSendable(Simulator::Body(Simulator::ToVariant(package)));
+}
+
+inline void RequireSendableRecord(const Simulator::Operation& operation)
+{
+    RequireSendableRecord(operation.uuid);
+    RequireSendableRecord(operation.package);
+    RequireSendable(Simulator::Body(Simulator::ToVariant(operation)));
 }
 
 } // namespace Fuzz
