@@ -158,12 +158,13 @@ TEST_F(ABusWithASmallQueue, DropsARestartOfTheDaemonWhichTheNextRestartShows)
     Connect();
     const DaemonWatch watch(Note());
     RestartUnnoticed();
-    KillDaemon();
-    RunUntil([&] { return states.size() == 1; });
-    EXPECT_EQ(watch.State(), DaemonState::Absent);
-    StartDaemon();
-    RunUntil([&] { return states.size() == 2; });
-    EXPECT_EQ(watch.State(), DaemonState::Present);
+    while (states.empty()) {
+        KillDaemon();
+        StartDaemon();
+        RunWhatIsReady(); // the bus may not have sent everything yet, and so drop another restart
+    }
+    RunUntil([&] { return watch.State() == DaemonState::Present; });
+    EXPECT_EQ(states.front(), DaemonState::Absent);
     ExpectFollowed();
     ExpectIdle();
     ExpectCleanEnd();
