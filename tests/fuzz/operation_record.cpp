@@ -51,9 +51,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         Fuzz::Require(damaged.find(uuid) != std::string::npos &&
                           damaged.find(packageID) != std::string::npos,
                       "the texts are those of the file");
-        Fuzz::Require(damaged.size() >= saved.size() - operation.GetUUID().size() -
-                                            operation.GetPackageID().size() + uuid.size() +
-                                            packageID.size(),
+        // The fields before the texts are shorter in archives of older versions, whose number the
+        // damage may have written.
+        Fuzz::Require(damaged.size() > uuid.size() + packageID.size(),
                       "nothing was read beyond the end of the file");
     }
     return 0;
