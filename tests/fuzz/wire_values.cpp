@@ -321,10 +321,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     std::string signature;
     try {
         signature = AppendBody(message, input);
+        message.seal();
     } catch (const sdbus::Error&) {
         return 0; // a signature that is too long or too deep
     }
-    message.seal();
 
     Fuzz::Require(Decoded(message, Decoder::ReadOperationBody) ==
                       (signature.empty() ? Describe(Operation())
