@@ -41,7 +41,7 @@ void Record(const char* path, int flags)
 } // namespace
 
 extern "C" {
-decltype(getpwuid_r) __real_getpwuid_r;
+int __real_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** found);
 int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** found)
 {
     if (userIsKnown) {
@@ -52,8 +52,8 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
 }
 
 // A program with large-file support calls the second of these.
-decltype(open) __real_open;
-decltype(open64) __real_open64;
+int __real_open(const char* path, int flags, ...);
+int __real_open64(const char* path, int flags, ...);
 
 int __wrap_open(const char* path, int flags, ...)
 {
