@@ -177,8 +177,10 @@ TEST_F(ConnectionThreads, AConnectionMayLiveOnAThreadOfItsOwn)
 }
 
 /// The thread of the connection notices the exit, which runs on another one.
-[[noreturn]] void ExitOnAnotherThread()
+[[noreturn]] void ExitOnAnotherThread(const std::filesystem::path& ownCache)
 {
+    std::filesystem::remove_all(ownCache); // its owner is not destroyed
+    setenv("XDG_CACHE_HOME", getenv("CACHE_OF_THE_TEST"), 1);
     const DaemonConnection connection = GetDaemonConnection();
     std::thread exiting([] { std::exit(0); });
     while (!ProcessExit::HasBegun()) {
@@ -191,7 +193,12 @@ TEST_F(ConnectionThreads, AConnectionMayLiveOnAThreadOfItsOwn)
 
 TEST_F(ConnectionThreads, ExitOnAnotherThreadStoresTheCompletedOperations)
 {
-    EXPECT_EXIT(ExitOnAnotherThread(), testing::ExitedWithCode(0), "");
+    // In a new process, because a forked one leaves the connection of an earlier test to its parent. The
+    // new process runs this function, too, and keeps the directory that it inherits.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr int keep = 0;
+    setenv("CACHE_OF_THE_TEST", cacheHome.Path().c_str(), keep);
+    EXPECT_EXIT(ExitOnAnotherThread(cacheHome.Path()), testing::ExitedWithCode(0), "");
     EXPECT_TRUE(CompletedOperationIsStored());
 }
 
