@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bus/bus_fixture.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -235,13 +237,14 @@ TEST_F(Exit, AChildAnswersFromTheSnapshotFailsCallsAndTakesNoEventFromItsParent)
     simulator.Emit("PackageRemoved", "('com.sample.notes',)");
     Continue();
     ReadUntil("child exited");
-    EXPECT_EQ(output, "subscribed\n"
-                      "found\n"
-                      "Couldn't call org.velmora.Emporium.Start dbus method (No child processes)\n"
-                      "[E] Failed to process dbus connection events (Failed to process bus "
-                      "requests (No child processes))\n"
-                      "no event in the child\n"
-                      "child exited\n");
+    // The cause of the failed call depends on the version of the bus library.
+    EXPECT_THAT(output,
+                testing::MatchesRegex("subscribed\n"
+                                      "found\n"
+                                      "Couldn't call org.velmora.Emporium.Start dbus method .*\n"
+                                      "\\[E\\] Failed to process dbus connection events .*\n"
+                                      "no event in the child\n"
+                                      "child exited\n"));
     ExpectOneConnectionAndItsCache();
     EXPECT_EQ(simulator.Calls("Start").first, 0U);
     EXPECT_NE(output.find("an event in the parent\n"), std::string::npos);

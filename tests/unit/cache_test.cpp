@@ -51,9 +51,11 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
     return 0;
 }
 
-// A program with large-file support calls the second of these.
+// A program with large-file support calls the second of these, a fortified one the last two.
 int __real_open(const char* path, int flags, ...);
 int __real_open64(const char* path, int flags, ...);
+int __real___open_2(const char* path, int flags);
+int __real___open64_2(const char* path, int flags);
 
 int __wrap_open(const char* path, int flags, ...)
 {
@@ -73,6 +75,18 @@ int __wrap_open64(const char* path, int flags, ...)
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return __real_open64(path, flags, mode);
+}
+
+int __wrap___open_2(const char* path, int flags)
+{
+    Record(path, flags);
+    return __real___open_2(path, flags);
+}
+
+int __wrap___open64_2(const char* path, int flags)
+{
+    Record(path, flags);
+    return __real___open64_2(path, flags);
 }
 }
 

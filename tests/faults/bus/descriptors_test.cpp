@@ -9,6 +9,7 @@
 
 #include <gio/gunixfdlist.h>
 
+#include <algorithm>
 #include <fcntl.h>
 
 namespace {
@@ -109,8 +110,9 @@ TEST_F(WithoutFreeDescriptors, OneThatAPeerSendsEndsTheConnectionToTheBus)
         const DescriptorLimit limit(0);
         RunWhatIsReady();
     });
-    EXPECT_EQ(log, "[E] Failed to process dbus connection events (Failed to process bus requests "
-                   "(Exchange full))\n");
+    // The cause depends on the version of the bus library.
+    EXPECT_TRUE(log.starts_with("[E] Failed to process dbus connection events (")) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
     EXPECT_EQ(DaemonWatch(nullptr).State(), DaemonState::Disconnected);
     EXPECT_TRUE(connection->Start("com.sample.notes").HasError());
     ExpectIdle();
