@@ -68,8 +68,9 @@ std::remove_cvref_t<Value> OtherThan(const Value& value)
     }
 }
 
-/// A returned value. Does not compile where there is no other one of this type.
+/// A returned value, of a type that has another one.
 template <typename Value>
+    requires std::is_default_constructible_v<std::remove_cvref_t<Value>>
 Value Returned(int number, Value&& value)
 {
     if (!Is(number)) {
@@ -98,11 +99,15 @@ Value Returned(int number, Value&& value)
         int number;                                                                                \
     };                                                                                             \
     template <typename Left>                                                                       \
-    Name##Left<Left> operator original(const Left& left, Name name)                                \
+    Name##Left<Left> operator original(const Left & left, Name name)                               \
     {                                                                                              \
         return {left, name.number};                                                                \
     }                                                                                              \
     template <typename Left, typename Right>                                                       \
+        requires requires(const Left& left, const Right& right) {                                  \
+            left original right;                                                                   \
+            mutated;                                                                               \
+        }                                                                                          \
     auto operator original(Name##Left<Left> expression, const Right& right)                        \
     {                                                                                              \
         const auto& left = expression.left;                                                        \

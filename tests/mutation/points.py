@@ -131,7 +131,8 @@ class Finder:
                           "mutable") or (before == "const" and self.text(index - 2) == ")")
 
     def is_constant(self, index):
-        """True for the body of a constexpr function, which may run in the compiler."""
+        """True for the body of a function that may run in the compiler, or that never returns: the
+        end of such a body is undefined behaviour."""
         while index > 0:
             index -= 1
             token = self.tokens[index]
@@ -139,7 +140,7 @@ class Finder:
                 index = token.mate
             elif token.text in (";", "{", "}") or (token.text == ":" and not token.spaced):
                 return False
-            elif token.text in ("constexpr", "consteval"):
+            elif token.text in ("constexpr", "consteval", "noreturn"):
                 return True
         return False
 
@@ -281,6 +282,8 @@ class Finder:
             self.at_loop(bracket)
         elif word == "catch":
             block = self.tokens[bracket].mate + 1
+            if self.text(block + 1) == "throw" and self.text(block + 2) == ";":
+                return
             self.add_at_block("catch", index, block, "rethrown", "throw")
         elif word in ("true", "false"):
             simple = self.text(index - 1) == "=" and self.text(index + 1) == ";"
@@ -349,8 +352,17 @@ class Finder:
             return
         if after not in (")", ",", ";", "+", "-", ":", "?") or self.is_in_constant(index):
             return
+        if before == "=" and after == ";" and self.is_overwritten(index - 2):
+            return
         other = str(int(number) + 1)
         self.add("constant", index, index, other, f"(::Mutation::Is(@) ? {other} : ", ")")
+
+    def is_overwritten(self, variable):
+        """True if a variable is next used as the target of a call or of an extraction."""
+        for index in range(variable + 3, min(variable + 60, len(self.tokens))):
+            if self.text(index) == self.text(variable):
+                return self.text(index - 1) in ("&", ">>")
+        return False
 
     def at_operator(self, index):
         sign = self.text(index)
