@@ -24,6 +24,9 @@ protected:
         BeginProgram(std::string("'") + EMPORIUM_EXIT_CASES + "'");
     }
 
+    /// In a forked process, newer versions of the bus library free nothing of the parent's connection.
+    static void LeaveLeaksToTheBusLibrary() { setenv("ASAN_OPTIONS", "detect_leaks=0", 1); }
+
     void BeginProgram(const std::string& command)
     {
         const std::string fifo = (directory.Path() / "input").string();
@@ -212,6 +215,7 @@ TEST_F(Exit, AChildThatCallsUnderscoreExitWritesNothing)
 
 TEST_F(Exit, AChildThatCallsExitWritesAndPrintsNothing)
 {
+    LeaveLeaksToTheBusLibrary();
     Begin("a child that calls exit");
     ReadUntil("child exited");
     EXPECT_EQ(output, "child exited\n");
@@ -253,6 +257,7 @@ TEST_F(Exit, AChildAnswersFromTheSnapshotFailsCallsAndTakesNoEventFromItsParent)
 /// daemon() ends the process that made the connection without destroying it.
 TEST_F(Exit, AConnectionFromBeforeACallOfDaemonStillWritesTheCache)
 {
+    LeaveLeaksToTheBusLibrary();
     Begin("a daemon that was connected before");
     application->Wait();
     EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));

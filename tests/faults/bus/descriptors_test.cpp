@@ -6,6 +6,7 @@
 
 #include "bus/peer.h"
 #include "faults/bus/fault_fixture.h"
+#include "support/sanitizers.h"
 
 #include <gio/gunixfdlist.h>
 
@@ -25,9 +26,10 @@ protected:
 
     void SetUp() override
     {
-#ifdef __SANITIZE_ADDRESS__
-        GTEST_SKIP() << "the sanitizer opens descriptors itself, and reports errors without them";
-#endif
+        if (hasAddressSanitizer) {
+            GTEST_SKIP()
+                << "the sanitizer opens descriptors itself, and reports errors without them";
+        }
     }
 
     /// Sends messages with a descriptor, which nobody has asked for, to this process.

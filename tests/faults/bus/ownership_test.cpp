@@ -73,8 +73,9 @@ private:
                 "'>, 'VeyraVersion': <'1'>, 'Packages': <@a(ssssa{sv}) []>, "
                 "'Operations': <@a(ssiii) []>, 'CompletedOperations': "
                 "<[('completed', 'p', 0, 100, 0)]>},)";
-            g_dbus_message_set_body(
-                reply, g_variant_parse(nullptr, snapshot.c_str(), nullptr, nullptr, nullptr));
+            const Owned<GVariant> body(
+                g_variant_parse(nullptr, snapshot.c_str(), nullptr, nullptr, nullptr));
+            g_dbus_message_set_body(reply, body.get());
         }
         g_dbus_connection_send_message(Connection(), reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        nullptr);

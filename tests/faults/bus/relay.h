@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "support/temporary_directory.h"
+#include <gio/gio.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -28,7 +30,8 @@ public:
         : m_bus(PathOf(busAddress)), m_bytes(bytes), m_then(then),
           m_listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        const sockaddr_un address = AddressOf(m_directory.Path() / "bus");
+        unlink(m_path.c_str());
+        const sockaddr_un address = AddressOf(m_path);
         if (bind(m_listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
             listen(m_listening, 1) != 0) {
             throw std::runtime_error("the relay cannot listen");
@@ -43,7 +46,13 @@ public:
         close(m_listening);
     }
 
-    std::string Address() const { return "unix:path=" + (m_directory.Path() / "bus").string(); }
+    std::string Address() const
+    {
+        gchar* const escaped = g_dbus_address_escape_value(m_path.c_str());
+        std::string address = std::string("unix:path=") + escaped;
+        g_free(escaped);
+        return address;
+    }
 
     /// True if the bus has sent more than was passed on. After the end of the application.
     bool HasCut()
@@ -57,7 +66,11 @@ private:
     static std::string PathOf(const std::string& address)
     {
         const std::size_t begin = address.find('=') + 1;
-        return address.substr(begin, address.find(',') - begin);
+        const std::string escaped = address.substr(begin, address.find(',') - begin);
+        gchar* const unescaped = g_uri_unescape_string(escaped.c_str(), nullptr);
+        std::string path = unescaped;
+        g_free(unescaped);
+        return path;
     }
 
     static sockaddr_un AddressOf(const std::string& path)
@@ -119,8 +132,9 @@ private:
         return count == 0 || send(to, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count);
     }
 
-    const TemporaryDirectory m_directory;
     const std::string m_bus;
+    // In the directory of the bus, whose path is short enough for a socket, and which is removed with it.
+    const std::string m_path = std::filesystem::path(m_bus).replace_filename("relay");
     std::size_t m_bytes;
     const Then m_then;
     bool m_cut = false;

