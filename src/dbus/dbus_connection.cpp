@@ -160,11 +160,7 @@ void EventDispatcher::ResumePolling()
 
 void EventDispatcher::ReleaseSource::operator()(DBusEventSource* source) const
 {
-    // GLib warns if a poll is removed from a destroyed source, which it is after a lost bus.
-    if (!g_source_is_destroyed(&source->base) && !source->suspended) {
-        g_source_remove_poll(&source->base, &source->pollfd);
-    }
-    g_source_destroy(&source->base);
+    g_source_destroy(&source->base); // no longer polls it
     g_source_unref(&source->base);
 }
 
