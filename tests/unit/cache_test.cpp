@@ -12,7 +12,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
@@ -37,6 +39,9 @@ void Record(const char* path, int flags)
         opened->emplace_back(path, flags);
     }
 }
+
+/// What happens before the library removes a file.
+std::function<void(const char*)> beforeRemoval;
 
 } // namespace
 
@@ -87,6 +92,15 @@ int __wrap___open64_2(const char* path, int flags)
 {
     Record(path, flags);
     return __real___open64_2(path, flags);
+}
+
+decltype(unlink) __real_unlink;
+int __wrap_unlink(const char* path)
+{
+    if (beforeRemoval) {
+        beforeRemoval(path);
+    }
+    return __real_unlink(path);
 }
 }
 
@@ -206,6 +220,18 @@ protected:
     {
         return CacheDirectory().string() + "/" + name;
     }
+
+    /// Adds a file to the directory of each file that the library removes, at most this many.
+    static void AddFilesDuringRemoval(int most)
+    {
+        beforeRemoval = [most, added = 0](const char* path) mutable {
+            if (added < most) {
+                const std::string name = "added" + std::to_string(++added);
+                const fs::path file = fs::path(path).parent_path() / name;
+                EXPECT_TRUE(static_cast<bool>(MakeOperation(name, 100).SaveToFile(file.string())));
+            }
+        };
+    }
 };
 
 TEST_F(Cache, CachedOperationsPrecedeTheDaemonsInTheOrderTheyWereWritten)
@@ -227,6 +253,7 @@ TEST_F(Cache, OperationsAreLoadedInTheNextRun)
     std::sort(completed.begin(), completed.end());
     EXPECT_EQ(completed, (Strings{"one 100", "two 101"}));
     EXPECT_EQ(Entries(), (Strings{"one", "two"})) << "and in the run after that";
+    EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
 }
 
 TEST_F(Cache, AnOperationThatTheDaemonStillKnowsIsListedTwiceAndStoredOnce)
@@ -262,6 +289,7 @@ TEST_F(Cache, FailureToWriteAFileLogsAWarningForEachOperationOfItsUUID)
                   PathOf("a/b") + " to save operation\n" + "[W] Couldn't open " + PathOf("one") +
                   " to save operation\n");
     EXPECT_EQ(Entries(), (Strings{"one", "two"}));
+    EXPECT_EQ(Siblings(), (Strings{"completed-operations"})) << "no half-written file is left";
 }
 
 TEST_F(Cache, TheDirectoryExistsOnlyBetweenRuns)
@@ -307,6 +335,48 @@ TEST_F(Cache, OddEntriesNeitherBlockNorAbortReading)
                   std::string::npos)
             << log;
     }
+    EXPECT_EQ(Siblings(), Strings()) << "all of them are removed";
+}
+
+TEST_F(Cache, DamagedFilesAreReportedFromTheOldestToTheNewest)
+{
+    std::string expected;
+    fs::create_directories(CacheDirectory());
+    for (int age = 8; age > 0; --age) {
+        const std::string name = std::to_string(age * 5 % 9); // in another order than by name
+        std::ofstream(PathOf(name)) << "no operation";
+        fs::last_write_time(PathOf(name),
+                            fs::file_time_type::clock::now() - std::chrono::seconds(age));
+        expected += "[W] Couldn't deserialize operation from " + PathOf(name) + "\n";
+    }
+    std::string log;
+    EXPECT_EQ(Run(&log), Strings());
+    EXPECT_EQ(log, expected);
+}
+
+TEST_F(Cache, AFileThatIsAddedDuringTheRemovalIsReadAndRemovedToo)
+{
+    Store("one", 10);
+    AddFilesDuringRemoval(1);
+    const DaemonConnection connection;
+    beforeRemoval = nullptr;
+    EXPECT_EQ(Contents(connection.GetCompletedOperations()), (Strings{"one 100", "added1 100"}));
+    EXPECT_EQ(Siblings(), Strings());
+}
+
+TEST_F(Cache, ADirectoryThatIsFilledWithoutEndIsLeftInPlaceWithAWarning)
+{
+    Store("one", 10);
+    constexpr int endless = 100;
+    AddFilesDuringRemoval(endless);
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection.emplace(); });
+    beforeRemoval = nullptr;
+    EXPECT_EQ(log.rfind("[W] Couldn't remove completed operations cache directory (", 0), 0U)
+        << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    EXPECT_LT(connection->GetCompletedOperations().size(), std::size_t{endless});
+    EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
 }
 
 TEST_F(Cache, ADanglingLinkAbortsReadingAndTheDirectoryStays)

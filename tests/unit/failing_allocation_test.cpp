@@ -142,6 +142,44 @@ TEST_F(WithoutMemory, WhatIsNotReadIsOneWarningAndStaysInTheCache)
     EXPECT_TRUE(warned);
 }
 
+TEST_F(WithoutMemory, WhatIsReadIsStoredAgainIfTheConnectionCannotBeConstructed)
+{
+    {
+        const DaemonConnection first;
+    }
+    Properties more;
+    more.CompletedOperations = {MakeOperation("newer")};
+    for (std::size_t n = 0; someFailed; ++n) {
+        currentProxy->answer = SuccessResult<Properties>(more);
+        OutputOf([&] {
+            std::optional<DaemonConnection> connection;
+            if (SucceedsWithFailureAt(n, [&] { connection.emplace(); })) {
+                const Strings uuids = UUIDs(*connection);
+                EXPECT_TRUE(std::ranges::count(uuids, "newer") == 1) << n;
+            }
+        });
+        currentProxy->answer = SuccessResult<Properties>(Properties());
+        const Strings uuids = UUIDs(DaemonConnection());
+        EXPECT_EQ(std::ranges::count(uuids, "from the daemon"), 1) << n;
+    }
+}
+
+TEST_F(WithoutMemory, AnOperationThatCannotBeSerializedIsAnErrorResult)
+{
+    const std::string path = (cacheHome.Path() / "operation").string();
+    const Operation operation = MakeOperation("some-longer-uuid-than-fits-into-a-string");
+    int refused = 0;
+    for (std::size_t n = 0; someFailed; ++n) {
+        std::optional<Result<void>> result;
+        SucceedsWithFailureAt(n, [&] { result = operation.SaveToFile(path); });
+        if (result && result->HasError()) {
+            ++refused;
+            EXPECT_EQ(result->GetError(), "Couldn't serialize operation to " + path);
+        }
+    }
+    EXPECT_GE(refused, 1);
+}
+
 TEST_F(WithoutMemory, AConnectionThatEndsStoresItsOperationsOrWarns)
 {
     for (std::size_t n = 0; someFailed; ++n) {

@@ -9,26 +9,119 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <new>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace {
 
+// What happens in place of the system call, if anything.
+int failureOfOpen = 0;
+std::function<ssize_t(int file, char* content, std::size_t size)> insteadOfRead;
+std::function<ssize_t(int file, const char* content, std::size_t size)> insteadOfWrite;
+
+} // namespace
+
+extern "C" {
+decltype(read) __real_read;
+ssize_t __wrap_read(int file, void* content, std::size_t size)
+{
+    return insteadOfRead ? insteadOfRead(file, static_cast<char*>(content), size)
+                         : __real_read(file, content, size);
+}
+
+// A fortified program calls this one where it knows the size of the memory.
+ssize_t __real___read_chk(int file, void* content, std::size_t size, std::size_t memory);
+ssize_t __wrap___read_chk(int file, void* content, std::size_t size, std::size_t memory)
+{
+    return insteadOfRead ? insteadOfRead(file, static_cast<char*>(content), size)
+                         : __real___read_chk(file, content, size, memory);
+}
+
+decltype(write) __real_write;
+ssize_t __wrap_write(int file, const void* content, std::size_t size)
+{
+    return insteadOfWrite ? insteadOfWrite(file, static_cast<const char*>(content), size)
+                          : __real_write(file, content, size);
+}
+
+// A program with large-file support calls the second of these, a fortified one the last two.
+decltype(open) __real_open;
+decltype(open64) __real_open64;
+int __real___open_2(const char* path, int flags);
+int __real___open64_2(const char* path, int flags);
+
+int __wrap_open(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    errno = failureOfOpen;
+    return failureOfOpen == 0 ? __real_open(path, flags, mode) : -1;
+}
+
+int __wrap_open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    errno = failureOfOpen;
+    return failureOfOpen == 0 ? __real_open64(path, flags, mode) : -1;
+}
+
+int __wrap___open_2(const char* path, int flags)
+{
+    errno = failureOfOpen;
+    return failureOfOpen == 0 ? __real___open_2(path, flags) : -1;
+}
+
+int __wrap___open64_2(const char* path, int flags)
+{
+    errno = failureOfOpen;
+    return failureOfOpen == 0 ? __real___open64_2(path, flags) : -1;
+}
+}
+
+namespace {
+
 using namespace Emporium;
+
+/// The failure of a system call.
+int FailWith(int error)
+{
+    errno = error;
+    return -1;
+}
 
 class OperationFile : public testing::Test
 {
 protected:
+    ~OperationFile() override
+    {
+        failureOfOpen = 0;
+        insteadOfRead = nullptr;
+        insteadOfWrite = nullptr;
+    }
+
     std::string PathOf(const char* name) const { return (directory.Path() / name).string(); }
 
     static std::string Read(const std::string& path)
@@ -54,6 +147,13 @@ protected:
     {
         return Operation("0a5d", "org.example.app", Common::OperationType::Upgrade,
                          Common::OperationStatus::Failed, Common::ErrorCode::FileConflict);
+    }
+
+    /// An exception says that the file may be good.
+    std::string ErrorOfReading() const
+    {
+        const Result<Operation> result = Emporium::OperationFile::Read(path);
+        return result.HasError() ? result.GetError() : "none";
     }
 
     std::string SavedSample()
@@ -236,6 +336,14 @@ TEST_F(OperationFileTooLarge, IsRefusedByItsHeaderWithoutBeingRead)
     EXPECT_LT(MemoryToRefuse(127 * mebibyte), little);
 }
 
+TEST_F(OperationFileTooLarge, IsRefusedByTheTextOfItsHeaderWithoutBeingRead)
+{
+    std::string content = SavedSample();
+    content[sizeof(std::size_t)] = 'X';
+    Write(path, content);
+    EXPECT_LT(MemoryToRefuse(127 * mebibyte), little);
+}
+
 TEST_F(OperationFileTooLarge, IsRefusedByItsSizeWhereTheHeaderIsGood)
 {
     SavedSample();
@@ -332,8 +440,165 @@ TEST_F(OperationFile, ASocketCannotBeOpened)
     EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't open " + path + " to read operation");
 }
 
+TEST_F(OperationFile, AnInterruptedReadOrWriteIsRepeated)
+{
+    bool interrupted = false;
+    insteadOfWrite = [&](int file, const char* content, std::size_t size) {
+        interrupted = !interrupted;
+        return interrupted ? FailWith(EINTR)
+                           : __real_write(file, content, std::min(size, std::size_t{9}));
+    };
+    ASSERT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
+    insteadOfWrite = nullptr;
+    interrupted = false;
+    insteadOfRead = [&](int file, char* content, std::size_t size) {
+        interrupted = !interrupted;
+        return interrupted ? FailWith(EINTR)
+                           : __real_read(file, content, std::min(size, std::size_t{9}));
+    };
+    const Result<Operation> result = Operation::FromFile(path);
+    ASSERT_TRUE(static_cast<bool>(result)) << result.GetError();
+    ExpectEqual(result.Get(), Sample());
+}
+
+/// An earlier call may have left any number there.
+TEST_F(OperationFile, TheErrorNumberCountsOnlyAfterAFailure)
+{
+    for (const int error : {EINTR, ENOMEM}) {
+        int calls = 0;
+        insteadOfWrite = [&](int file, const char* content, std::size_t size) {
+            const ssize_t written =
+                ++calls < 100 ? __real_write(file, content, size) : FailWith(EIO);
+            errno = error;
+            return written;
+        };
+        ASSERT_TRUE(static_cast<bool>(Sample().SaveToFile(path)));
+        EXPECT_EQ(calls, 1);
+        insteadOfRead = [&](int file, char* content, std::size_t size) {
+            const ssize_t count = ++calls < 100 ? __real_read(file, content, size) : FailWith(EIO);
+            errno = error;
+            return count;
+        };
+        const Result<Operation> result = Operation::FromFile(path);
+        ASSERT_TRUE(static_cast<bool>(result)) << result.GetError();
+        ExpectEqual(result.Get(), Sample());
+    }
+}
+
+TEST_F(OperationFile, AFailureToReadOrWriteIsAnError)
+{
+    insteadOfWrite = [](int, const char*, std::size_t) { return FailWith(EIO); };
+    const Result<void> saved = Sample().SaveToFile(path);
+    ASSERT_TRUE(saved.HasError());
+    EXPECT_EQ(saved.GetError(), "Couldn't serialize operation to " + path);
+    insteadOfWrite = nullptr;
+    SavedSample();
+    insteadOfRead = [](int, char*, std::size_t) { return FailWith(EIO); };
+    EXPECT_EQ(ErrorOfReading(), "Couldn't deserialize operation from " + path);
+}
+
+TEST_F(OperationFile, ALackOfMemoryInTheSystemIsNotReportedAsADamagedFile)
+{
+    SavedSample();
+    insteadOfRead = [](int, char*, std::size_t) { return FailWith(ENOMEM); };
+    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't deserialize operation from " + path);
+    EXPECT_THROW(Emporium::OperationFile::Read(path), std::bad_alloc);
+    insteadOfRead = nullptr;
+    failureOfOpen = ENOMEM;
+    EXPECT_EQ(Operation::FromFile(path).GetError(), "Couldn't deserialize operation from " + path);
+    EXPECT_THROW(Emporium::OperationFile::Read(path), std::bad_alloc);
+    for (const int error : {EMFILE, ENFILE}) {
+        failureOfOpen = error;
+        EXPECT_THROW(Emporium::OperationFile::Read(path), std::system_error);
+    }
+}
+
+TEST_F(OperationFile, AFileThatShrinksWhileItIsReadIsDamaged)
+{
+    const std::size_t withoutItsEnd = SavedSample().size() - sizeof(std::int32_t);
+    for (const int error : {0, EINTR, ENOMEM}) {
+        std::size_t left = withoutItsEnd;
+        int calls = 0;
+        insteadOfRead = [&](int file, char* content, std::size_t size) {
+            const ssize_t count =
+                ++calls < 100 ? __real_read(file, content, std::min(size, left)) : FailWith(EIO);
+            left -= count > 0 ? static_cast<std::size_t>(count) : 0;
+            errno = error;
+            return count;
+        };
+        EXPECT_EQ(ErrorOfReading(), "Couldn't deserialize operation from " + path);
+        EXPECT_LT(calls, 100);
+    }
+}
+
+TEST_F(OperationFile, AFileThatLosesOnlyWhatFollowsTheOperationIsRead)
+{
+    const std::string content = SavedSample();
+    Write(path, content + std::string(100, 'x'));
+    std::size_t left = content.size();
+    insteadOfRead = [&](int file, char* target, std::size_t size) {
+        const ssize_t count = __real_read(file, target, std::min(size, left));
+        left -= static_cast<std::size_t>(count);
+        return count;
+    };
+    EXPECT_EQ(ErrorOfReading(), "none");
+}
+
+TEST_F(OperationFile, OfAFileThatGrowsWhileItIsReadOnlyTheFormerSizeIsRead)
+{
+    const Operation large(std::string(10000, 'x'), "", Common::OperationType::Remove,
+                          Common::OperationStatus::Succeeded, Common::ErrorCode::None);
+    ASSERT_TRUE(static_cast<bool>(large.SaveToFile(path)));
+    std::size_t left = std::filesystem::file_size(path);
+    insteadOfRead = [&](int file, char* content, std::size_t size) {
+        EXPECT_LE(size, left);
+        const ssize_t count = __real_read(file, content, std::min(size, left));
+        left -= static_cast<std::size_t>(count);
+        return count;
+    };
+    const Result<Operation> result = Operation::FromFile(path);
+    ASSERT_TRUE(static_cast<bool>(result)) << result.GetError();
+    ExpectEqual(result.Get(), large);
+}
+
+/// The first terminal that a process without one opens becomes its controlling terminal.
+TEST_F(OperationFile, ATerminalUnderTheNameOfAFileDoesNotBecomeThatOfTheProcess)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+        GTEST_SKIP() << "this system has no pseudo-terminals";
+    }
+    const std::string name = ptsname(terminal);
+    const pid_t child = fork();
+    if (child == 0) {
+        setsid();
+        const bool failed = Operation::FromFile(name).HasError();
+        const bool hasTerminal = open("/dev/tty", O_RDWR | O_CLOEXEC) >= 0;
+        _exit(failed && !hasTerminal ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    close(terminal);
+    EXPECT_EQ(status, 0);
+}
+
+/// The numbers of closed standard descriptors are used only while the library is at work.
+TEST_F(OperationFile, AClosedStandardInputIsClosedAfterwards)
+{
+    const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(STDIN_FILENO);
+    const bool saved = static_cast<bool>(Sample().SaveToFile(path));
+    const bool isClosed = fcntl(STDIN_FILENO, F_GETFD) < 0;
+    dup2(input, STDIN_FILENO);
+    close(input);
+    EXPECT_TRUE(saved);
+    EXPECT_TRUE(isClosed);
+}
+
 TEST_F(OperationFile, APathWithAZeroByteCannotBeOpened)
 {
+    errno = EMFILE; // of an earlier call
+    EXPECT_NO_THROW(Emporium::OperationFile::Read(path + std::string("\0.txt", 5)));
     const std::string zero = path + std::string("\0.txt", 5);
     EXPECT_EQ(Sample().SaveToFile(zero).GetError(), "Couldn't open " + zero + " to save operation");
     EXPECT_FALSE(std::filesystem::exists(path));
