@@ -75,6 +75,16 @@ struct LateCaller
 };
 LateCaller lateCaller;
 
+/// Requests the connection during the exit, while the library's own objects still exist.
+struct EarlyCaller
+{
+    ~EarlyCaller()
+    {
+        const DaemonConnection connection = GetDaemonConnection();
+        std::cout << connection.GetPackageList().size() << " packages at exit\n" << std::flush;
+    }
+};
+
 /// Prints the number of a signal, or the status with which the child exited.
 void ForkAndWait(const std::function<void()>& inChild)
 {
@@ -211,6 +221,9 @@ void Main(const std::string& name)
         std::exit(valid ? 0 : 1);
     } else if (name == "requested after the library's statics") {
         GetDaemonConnection();
+    } else if (name == "requested during the exit") {
+        std::cout << GetDaemonConnection().GetPackageList().size() << " packages\n" << std::flush;
+        static const EarlyCaller earlyCaller;
     } else if (name == "a callback owns a handle of its connection") {
         oldest = Subscribe(GetDaemonConnection(),
                            [connection = GetDaemonConnection()](const Package&) {});

@@ -191,6 +191,14 @@ TEST_F(Exit, FromInsideACallback)
     ExpectOneConnectionAndItsCache();
 }
 
+TEST_F(Exit, AConnectionRequestedDuringTheExitIsTheExistingOne)
+{
+    Begin("requested during the exit");
+    ExpectOneConnectionAndItsCache();
+    const std::string packages = output.substr(0, output.find(' '));
+    EXPECT_EQ(output, packages + " packages\nend of main\n" + packages + " packages at exit\n");
+}
+
 TEST_F(Exit, AConnectionRequestedAfterTheLibrarysStaticsIsInvalid)
 {
     Begin("requested after the library's statics");

@@ -128,7 +128,7 @@ TEST_F(WatchByItself, AnExceptionFromACallbackIsLogged)
 TEST_F(WatchByItself, HasItsStateWithoutACallback)
 {
     const DaemonWatch watch(nullptr);
-    Change(DaemonState::Present);
+    EXPECT_EQ(OutputOf([&] { Change(DaemonState::Present); }), "");
     EXPECT_EQ(watch.State(), DaemonState::Present);
 }
 

@@ -204,6 +204,20 @@ TEST_F(Subscription, ACallbackMayReleaseItsOwnHandle)
     EXPECT_EQ(calls, (Strings{"called"}));
 }
 
+TEST_F(Subscription, WhatACallbackHoldsIsReleasedAtTheEndOfTheDeliveryThatRemovesIt)
+{
+    auto held = std::make_shared<int>();
+    const std::weak_ptr<int> released = held;
+    first = connection.SubscribeToEvent(EventType::PackageInstalled,
+                                        PackageCallback([&, held](const Package&) {
+                                            connection.UnsubscribeFromEvent(first);
+                                            EXPECT_FALSE(released.expired());
+                                        }));
+    held.reset();
+    Installed("a");
+    EXPECT_TRUE(released.expired());
+}
+
 TEST_F(Subscription, ASubscriberRemovedDuringADeliveryIsNoLongerCalled)
 {
     first = connection.SubscribeToEvent(
