@@ -338,11 +338,8 @@ private:
     /// Creates the directory without querying its status: that would not wait for a removal in progress.
     void CreateAgain() const
     {
-        std::error_code failure; // moving the file will fail again
-        fs::create_directory(m_directory, failure);
-        if (failure) {
-            fs::create_directories(m_directory, failure);
-        }
+        std::error_code ignored; // moving the file will fail again
+        fs::create_directory(m_directory, ignored);
     }
 
     std::error_code MoveTo(const fs::path& file) const
