@@ -28,13 +28,14 @@ ARROWS = {
     "src/dbus/": ['"dbus/', "<sdbus-c++/", '"model/'] + COMMON + PUBLIC,
     "src/client/": ['"client/', '"model/', "<boost/", "<appdir.h"] + SEAM + COMMON + PUBLIC,
     "platform/": ['"appdir.h', '"common/fs/file_name.h'],
-    "simulator/": ['"common/errors/', '"common/log/', '"common/fs/file_descriptor.h',
+    "text/": GLIB,
+    "simulator/": ['"text/', '"common/errors/', '"common/log/', '"common/fs/file_descriptor.h',
                    '"dbus/contract.h', "<CLI/", "<nlohmann/"] + PUBLIC_COMMON + GLIB,
-    "emporiumctl/": ['"emporiumctl/', "<CLI/", "<nlohmann/"] + PUBLIC + GLIB,
+    "emporiumctl/": ['"emporiumctl/', '"text/', "<CLI/", "<nlohmann/"] + PUBLIC + GLIB,
 }
 # The includes that are checked. All others are from the system, the C++ library or the same folder.
 TARGET = re.compile(r"""\s*\#\s*include\s*
-    (?:["<](?:client|common|dbus|model|emporium|emporiumctl|simulator)/|["<]appdir\.h|
+    (?:["<](?:client|common|dbus|model|emporium|emporiumctl|simulator|text)/|["<]appdir\.h|
     <(?:sdbus|systemd|glib|gio|boost|CLI|nlohmann))""", re.VERBOSE)
 
 
@@ -47,7 +48,7 @@ def includes(root, name):
 def main():
     root, sample = pathlib.Path(sys.argv[1]), "--sample" in sys.argv
     bad, marked = [], []
-    for place in ("include", "src", "platform", "simulator", "emporiumctl"):
+    for place in ("include", "src", "platform", "text", "simulator", "emporiumctl"):
         for path in sorted((root / place).rglob("*.h")) + sorted((root / place).rglob("*.cpp")):
             name = path.relative_to(root).as_posix()
             allowed = [arrows for start, arrows in ARROWS.items() if name.startswith(start)]
