@@ -9,10 +9,11 @@
 #include "simulator/glib_ptr.h"
 #include "simulator/options.h"
 #include "simulator/print_error.h"
+#include "simulator/private_home.h"
+#include "simulator/signals.h"
 #include "simulator/simulated_daemon.h"
 
-#include <glib-unix.h>
-
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -26,17 +27,15 @@ constexpr int exitFailed = 1;
 constexpr int exitUsage = 2;
 constexpr int exitNoBus = 3;
 constexpr int exitNoCommand = 127;
+constexpr int exitSignal = 128;
+
+// timeout(1) sends SIGTERM twice in a row, to its child and to its process group.
+constexpr gint64 sameTerminationMicroseconds = 100000;
 
 class Program
 {
 public:
-    explicit Program(const Options& options) : m_options(options)
-    {
-        for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-            g_unix_signal_add_full(G_PRIORITY_DEFAULT, number,
-                                   number == SIGINT ? Interrupted : Terminated, this, nullptr);
-        }
-    }
+    explicit Program(const Options& options) : m_options(options) {}
 
     int Run()
     {
@@ -73,6 +72,7 @@ private:
         if (m_refused) {
             return exitUsage;
         }
+        WatchSignals();
         std::puts("ready");
         std::fflush(stdout);
         return Loop();
@@ -80,15 +80,24 @@ private:
 
     int RunCommand(Catalogue catalogue)
     {
-        const PrivateBus bus;
+        WatchSignals();
+        std::optional<PrivateBus> bus;
+        try {
+            bus.emplace(PrivateBus::Limits{}, m_signals->Descriptor());
+        } catch (const Interrupted& error) {
+            PrintError(error.what());
+            return exitSignal + m_signals->Next().number;
+        }
+        Environment environment = CreateHome(m_options.home, bus->Directory());
+        environment.emplace_back("DBUS_SESSION_BUS_ADDRESS", bus->Address());
         // The command keeps running when the simulator leaves the bus: it may test exactly that.
-        SimulatedDaemon daemon(m_options, std::move(catalogue), bus.Address(), [](int) {});
+        SimulatedDaemon daemon(m_options, std::move(catalogue), bus->Address(), [](int) {});
         Open(daemon);
         if (m_refused) {
             return exitUsage;
         }
         try {
-            m_command.emplace(m_options.command, bus.Address(),
+            m_command.emplace(m_options.command, environment, m_ignored,
                               [this](int status) { Quit(status); });
         } catch (const std::exception& error) {
             PrintError(error.what());
@@ -142,26 +151,45 @@ private:
         g_main_loop_quit(m_loop.get());
     }
 
-    // Passes the signal on to the command if there is one. When the command ends, so does this program.
-    gboolean Stop(int number)
+    void WatchSignals()
     {
-        if (m_command) {
-            m_command->Signal(number);
-        } else {
-            Quit(0);
-        }
-        return G_SOURCE_CONTINUE;
+        m_signals.emplace([this](int number, bool fromTerminal) { Stop(number, fromTerminal); });
     }
 
-    static gboolean Interrupted(gpointer data) { return static_cast<Program*>(data)->Stop(SIGINT); }
-    static gboolean Terminated(gpointer data) { return static_cast<Program*>(data)->Stop(SIGTERM); }
+    void Stop(int number, bool fromTerminal)
+    {
+        if (!m_command) {
+            Quit(0);
+        } else if (fromTerminal && m_command->IsInThisProcessGroup()) {
+            return; // The command has received it too, and this program ends when the command does.
+        } else if (number == SIGTERM) {
+            Terminate();
+        } else {
+            m_command->Signal(number == SIGHUP ? SIGTERM : number);
+        }
+    }
+
+    // The first SIGTERM is passed on. A command that ignores it is killed by the second.
+    void Terminate()
+    {
+        const gint64 now = g_get_monotonic_time();
+        if (m_terminated == 0) {
+            m_terminated = now;
+            m_command->Signal(SIGTERM);
+        } else if (now - m_terminated > sameTerminationMicroseconds) {
+            m_command->Signal(SIGKILL);
+        }
+    }
 
     const Options& m_options;
+    const IgnoredSignals m_ignored;
     LoopPtr m_loop{g_main_loop_new(nullptr, FALSE)};
     std::optional<Scenario> m_scenario;
     std::vector<RecordedEvent> m_events;
     std::optional<Replay> m_replay;
     std::optional<Command> m_command;
+    std::optional<Signals> m_signals;
+    gint64 m_terminated = 0;
     bool m_refused = false;
     int m_status = 0;
     bool m_quit = false;
@@ -186,6 +214,9 @@ int Main(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // Messages in the language of the user, but numbers as in every file and option.
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     try {
         return Simulator::Main(argc, argv);
     } catch (const Simulator::UsageError& error) {

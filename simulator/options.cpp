@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
 namespace Simulator {
@@ -57,8 +58,23 @@ void AddDaemonOptions(CLI::App& app, Options& options)
         ->excludes(state)
         ->excludes(packages);
     app.add_option("--speed", options.speed, "Replay X times as fast (1)")->type_name("X");
-    app.add_flag("--private-bus", options.privateBus,
-                 "Serve on a new bus, run the command after -- on it, and exit with its status");
+}
+
+void AddPrivateBusOptions(CLI::App& app, Options& options)
+{
+    auto* const bus = app.add_flag("--private-bus", options.privateBus,
+                                   "Serve on a new bus, run the command after -- ($SHELL) on it, "
+                                   "and exit with its status");
+    auto* const home =
+        app.add_flag_callback(
+               "--private-home", [&options] { options.home = Home::Private; },
+               "... with a new home and new XDG directories, not only XDG_CACHE_HOME")
+            ->needs(bus);
+    app.add_flag_callback(
+           "--keep-cache", [&options] { options.home = Home::User; },
+           "... with the user's XDG_CACHE_HOME")
+        ->needs(bus)
+        ->excludes(home);
 }
 
 void AddPackageOptions(CLI::App& app, Options& options)
@@ -112,11 +128,14 @@ Arguments ReversedForParsing(Arguments::const_iterator begin, Arguments::const_i
     return reversed;
 }
 
+std::string Shell()
+{
+    const char* shell = std::getenv("SHELL");
+    return shell != nullptr && *shell != '\0' ? shell : "/bin/sh";
+}
+
 void Check(const Options& options)
 {
-    if (options.privateBus && options.command.empty()) {
-        throw UsageError("--private-bus needs a command: --private-bus -- COMMAND");
-    }
     if (!options.privateBus && !options.command.empty()) {
         throw UsageError("unexpected argument: " + options.command.front());
     }
@@ -134,6 +153,7 @@ std::optional<Options> ParseOptions(const Arguments& arguments)
                  "emporium-simulator"};
     app.option_defaults()->take_last();
     AddDaemonOptions(app, options);
+    AddPrivateBusOptions(app, options);
     AddPackageOptions(app, options);
     app.footer(footer);
 
@@ -149,6 +169,9 @@ std::optional<Options> ParseOptions(const Arguments& arguments)
     const bool separated = end != arguments.end() && *end == separator;
     options.command.assign(separated ? std::next(end) : end, arguments.end());
     Check(options);
+    if (options.privateBus && options.command.empty()) {
+        options.command = {Shell()};
+    }
     return options;
 }
 

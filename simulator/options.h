@@ -3,6 +3,7 @@
 
 #include "simulator/daemon/operation_queue.h"
 #include "simulator/files/package_file.h"
+#include "simulator/private_home.h"
 
 #include <optional>
 #include <stdexcept>
@@ -29,6 +30,7 @@ struct Options
     unsigned packages = 0;
     unsigned dictionaryEntries = 0;
     bool privateBus = false;
+    Home home = Home::PrivateCache;
     std::vector<std::string> command;
     std::string makePackage;
     PackageFile package;

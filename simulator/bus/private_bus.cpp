@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/bus/private_bus.h"
 
-#include <stdlib.h>
-#include <sys/prctl.h>
-#include <sys/un.h>
-#include <sys/wait.h>
+#include "simulator/bus/end_with_parent.h"
 
-#include <cerrno>
+#include <gio/gunixinputstream.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 
 namespace Simulator {
 
@@ -40,32 +40,7 @@ constexpr std::string_view configuration =
 constexpr std::string_view endOfConfiguration = "</busconfig>\n";
 constexpr const char* configurationName = "bus.conf";
 constexpr const char* errorsName = "bus.errors";
-constexpr std::string_view socketName = "bus";
-constexpr std::string_view directoryPattern = "emporium-bus-XXXXXX";
-
-// The bus daemon's limit, a little less than a socket address holds.
-constexpr std::size_t longestSocketPath = 99;
-
-bool HasRoomForASocket(const std::filesystem::path& parent)
-{
-    const std::filesystem::path socket = parent / directoryPattern / socketName;
-    return socket.native().size() <= longestSocketPath;
-}
-
-// The path of a temporary directory may be longer than that of a socket.
-std::filesystem::path NewDirectory()
-{
-    std::filesystem::path parent = std::filesystem::temp_directory_path();
-    if (!HasRoomForASocket(parent)) {
-        parent = "/tmp";
-    }
-    std::string path = parent / directoryPattern;
-    if (mkdtemp(path.data()) == nullptr) {
-        throw std::runtime_error("cannot create a directory in " + parent.native() + ": " +
-                                 std::generic_category().message(errno));
-    }
-    return path;
-}
+constexpr const char* socketName = "bus";
 
 // Of two limits with the same name, the later one counts.
 void WriteConfiguration(const std::filesystem::path& path, const PrivateBus::Limits& limits)
@@ -78,18 +53,6 @@ void WriteConfiguration(const std::filesystem::path& path, const PrivateBus::Lim
     file << endOfConfiguration;
 }
 
-void RemoveDirectory(const std::filesystem::path& directory)
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
-}
-
-// The bus must not outlive this process, even if it is killed.
-void DieWithParent(gpointer)
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-}
-
 std::string ReadFile(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -98,31 +61,34 @@ std::string ReadFile(const std::filesystem::path& path)
     return text;
 }
 
-} // namespace
-
-PrivateBus::PrivateBus(const Limits& limits) : m_directory(NewDirectory())
+void PrepareChild(gpointer parent)
 {
-    try {
-        WriteConfiguration(m_directory / configurationName, limits);
-        Start();
-    } catch (...) {
-        RemoveDirectory(m_directory);
-        throw;
-    }
+    setpgid(0, 0);
+    EndWithParent(GPOINTER_TO_INT(parent));
 }
 
-void PrivateBus::Start()
+} // namespace
+
+PrivateBus::PrivateBus(const Limits& limits, int interrupt)
 {
-    const std::filesystem::path file = m_directory / configurationName;
-    const TextPtr socket(g_dbus_address_escape_value((m_directory / socketName).c_str()));
+    WriteConfiguration(Directory() / configurationName, limits);
+    Start(interrupt);
+}
+
+void PrivateBus::Start(int interrupt)
+{
+    const std::filesystem::path& directory = Directory();
+    const std::filesystem::path file = directory / configurationName;
+    const TextPtr socket(g_dbus_address_escape_value((directory / socketName).c_str()));
     const std::string address = std::string("unix:path=") + socket.get();
 
     const ObjectPtr<GSubprocessLauncher> launcher(
         g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE));
     // A file instead of a pipe: dbus-daemon also warns there about limits that it cannot raise, and
     // nothing reads a pipe while it runs.
-    g_subprocess_launcher_set_stderr_file_path(launcher.get(), (m_directory / errorsName).c_str());
-    g_subprocess_launcher_set_child_setup(launcher.get(), DieWithParent, nullptr, nullptr);
+    g_subprocess_launcher_set_stderr_file_path(launcher.get(), (directory / errorsName).c_str());
+    g_subprocess_launcher_set_child_setup(launcher.get(), PrepareChild, GINT_TO_POINTER(getpid()),
+                                          nullptr);
     ErrorSlot error;
     m_process.reset(g_subprocess_launcher_spawn(
         launcher.get(), &error, "dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
@@ -130,20 +96,38 @@ void PrivateBus::Start()
     if (!m_process) {
         throw std::runtime_error("cannot start dbus-daemon: " + error.Message());
     }
-    m_address = ReadAddress();
+    try {
+        m_address = ReadAddress(interrupt);
+    } catch (...) {
+        g_subprocess_force_exit(m_process.get());
+        g_subprocess_wait(m_process.get(), nullptr, nullptr);
+        throw;
+    }
 }
 
-std::string PrivateBus::ReadAddress()
+std::string PrivateBus::ReadAddress(int interrupt)
 {
-    const ObjectPtr<GDataInputStream> stream(
-        g_data_input_stream_new(g_subprocess_get_stdout_pipe(m_process.get())));
-    const TextPtr line(g_data_input_stream_read_line(stream.get(), nullptr, nullptr, nullptr));
-    if (!line) {
-        Stop();
-        throw std::runtime_error("the private bus does not start: " +
-                                 ReadFile(m_directory / errorsName));
+    const int output = g_unix_input_stream_get_fd(
+        G_UNIX_INPUT_STREAM(g_subprocess_get_stdout_pipe(m_process.get())));
+    std::string address;
+    for (;;) {
+        pollfd descriptors[] = {{output, POLLIN, 0}, {interrupt, POLLIN, 0}};
+        if (poll(descriptors, std::size(descriptors), -1) < 0) {
+            continue; // EINTR
+        }
+        if (descriptors[1].revents != 0) {
+            throw Interrupted("interrupted while the private bus started");
+        }
+        char letter = '\0';
+        if (read(output, &letter, 1) != 1) {
+            throw std::runtime_error("the private bus does not start: " +
+                                     ReadFile(Directory() / errorsName));
+        }
+        if (letter == '\n') {
+            return address;
+        }
+        address += letter;
     }
-    return line.get();
 }
 
 void PrivateBus::Suspend()
@@ -171,7 +155,6 @@ void PrivateBus::End(int signal)
 PrivateBus::~PrivateBus()
 {
     Stop();
-    RemoveDirectory(m_directory);
 }
 
 } // namespace Simulator

@@ -5,11 +5,10 @@ import json
 import re
 import signal
 import subprocess
-import sys
-import unittest
 from shlex import quote
 
-from simulator_test import SIMULATOR, SimulatorTest, die_with_parent
+import fixture
+from fixture import SIMULATOR, SimulatorTest, die_with_parent
 
 HELPERS = """
 # Writes every message on the bus to the file $MONITOR; returns once it receives them.
@@ -213,4 +212,4 @@ class Hangup(RulesTest):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[1:]])
+    fixture.main()
