@@ -39,15 +39,29 @@ public:
 
     int Run()
     {
-        if (!m_options.scenario.empty()) {
-            m_scenario.emplace(m_options.scenario);
-        }
+        ReadScenario();
         Catalogue catalogue = Start();
+        if (m_options.check) {
+            return 0;
+        }
         return m_options.privateBus ? RunCommand(std::move(catalogue))
                                     : Serve(std::move(catalogue));
     }
 
 private:
+    void ReadScenario()
+    {
+        for (const std::string& verb : m_options.verbs) {
+            m_scenario.AddVerb(verb);
+        }
+        if (!m_options.scenario.empty()) {
+            m_scenario.AddFile(m_options.scenario);
+        }
+        if (m_options.replay.empty()) {
+            m_scenario.RequireNoReplay();
+        }
+    }
+
     Catalogue Start()
     {
         if (!m_options.replay.empty()) {
@@ -58,8 +72,8 @@ private:
         if (!m_options.catalogue.empty()) {
             return ReadCatalogue(m_options.catalogue);
         }
-        if (m_options.packages != 0) {
-            return GeneratedCatalogue(m_options.packages, m_options.dictionaryEntries);
+        if (m_options.packages) {
+            return GeneratedCatalogue(*m_options.packages, m_options.dictionaryEntries);
         }
         return BuiltInCatalogue();
     }
@@ -111,15 +125,23 @@ private:
         m_replay.emplace(
             std::move(m_events), m_options.speed, daemon.Lists(),
             [&daemon](const std::string& name, const Variant& body) { daemon.Emit(name, body); });
-        daemon.Service().OnSnapshot([this] { m_replay->Start(); });
-        daemon.TakeNames();
-        if (m_scenario) {
-            m_scenario->Run(
-                [&daemon](const std::string& verb, GVariant* arguments) {
-                    daemon.ControlInterface().Perform(verb, arguments);
-                },
-                [this](const std::string& message) { Refuse(message); });
+        if (!m_options.replay.empty()) {
+            daemon.ControlInterface().OnStartReplay([this] { m_replay->Start(); });
         }
+        if (!m_options.paused) {
+            daemon.Service().OnSnapshot([this] { m_replay->Start(); });
+        }
+        daemon.TakeNames();
+        m_scenario.Run({[&daemon](const std::string& verb, GVariant* arguments) {
+                            daemon.ControlInterface().Perform(verb, arguments);
+                        },
+                        [&daemon](const std::string& verb, GVariant* arguments) {
+                            return daemon.ControlInterface().ConditionOf(verb, arguments);
+                        },
+                        [&daemon](Progress::Condition condition, Progress::Continuation then) {
+                            daemon.Happened().WaitFor(std::move(condition), std::move(then));
+                        },
+                        [this](const std::string& message) { Refuse(message); }});
     }
 
     void Refuse(const std::string& message)
@@ -138,9 +160,7 @@ private:
         if (!m_quit) {
             g_main_loop_run(m_loop.get());
         }
-        // Both refer to the simulated daemon, which is destroyed before this object.
-        m_scenario.reset();
-        m_replay.reset();
+        m_replay.reset(); // Refers to the simulated daemon, which is destroyed before this object.
         return m_refused ? exitUsage : m_status;
     }
 
@@ -184,7 +204,7 @@ private:
     const Options& m_options;
     const IgnoredSignals m_ignored;
     LoopPtr m_loop{g_main_loop_new(nullptr, FALSE)};
-    std::optional<Scenario> m_scenario;
+    Scenario m_scenario;
     std::vector<RecordedEvent> m_events;
     std::optional<Replay> m_replay;
     std::optional<Command> m_command;

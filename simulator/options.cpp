@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/options.h"
 
+#include "simulator/files/text_file.h"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -31,15 +33,11 @@ constexpr const char* separator = "--";
 
 void AddDaemonOptions(CLI::App& app, Options& options)
 {
-    auto* const catalogue =
-        app.add_option("--catalogue", options.catalogue, "What the daemon reports initially")
-            ->type_name("FILE");
-    auto* const state = app.add_option("--state", options.state, "Keep all changes across restarts")
-                            ->type_name("DIR");
-    auto* const packages =
-        app.add_option("--packages", options.packages, "Generate a catalogue of N packages")
-            ->type_name("N")
-            ->excludes(catalogue);
+    app.add_option("--catalogue", options.catalogue, "What the daemon reports initially")
+        ->type_name("FILE");
+    app.add_option("--state", options.state, "Keep all changes across restarts")->type_name("DIR");
+    app.add_option("--packages", options.packages, "Generate a catalogue of N packages")
+        ->type_name("N");
     app.add_option("--dictionary-entries", options.dictionaryEntries,
                    "... with D dictionary entries in each package")
         ->type_name("D");
@@ -48,42 +46,41 @@ void AddDaemonOptions(CLI::App& app, Options& options)
     app.add_option("--step-ms", options.pace.stepMilliseconds,
                    "Milliseconds between the steps (200)")
         ->type_name("N");
-    app.add_option("--scenario", options.scenario,
-                   "Execute the verbs of the control interface in the file")
-        ->type_name("FILE");
+    app.add_option("--do", options.verbs,
+                   "Execute a verb of the control interface; several options in their order")
+        ->type_name("VERB")
+        ->allow_extra_args(false)
+        ->take_all();
+    app.add_option("--scenario", options.scenario, "... and those in the file")->type_name("FILE");
+    app.add_flag("--check", options.check, "Only check the catalogue, scenario and recording");
     app.add_option("--replay", options.replay,
                    "Replay a recording, from the first GetAllProperties on")
-        ->type_name("FILE")
-        ->excludes(catalogue)
-        ->excludes(state)
-        ->excludes(packages);
-    app.add_option("--speed", options.speed, "Replay X times as fast (1)")->type_name("X");
+        ->type_name("FILE");
+    app.add_option("--speed", options.speed, "... X times as fast (1)")->type_name("X");
+    app.add_flag("--paused", options.paused, "... from the verb StartReplay on");
 }
 
 void AddPrivateBusOptions(CLI::App& app, Options& options)
 {
-    auto* const bus = app.add_flag("--private-bus", options.privateBus,
-                                   "Serve on a new bus, run the command after -- ($SHELL) on it, "
-                                   "and exit with its status");
-    auto* const home =
-        app.add_flag_callback(
-               "--private-home", [&options] { options.home = Home::Private; },
-               "... with a new home and new XDG directories, not only XDG_CACHE_HOME")
-            ->needs(bus);
+    app.add_flag("--private-bus", options.privateBus,
+                 "Serve on a new bus, run the command after -- ($SHELL) on it, and exit with its "
+                 "status");
     app.add_flag_callback(
-           "--keep-cache", [&options] { options.home = Home::User; },
-           "... with the user's XDG_CACHE_HOME")
-        ->needs(bus)
-        ->excludes(home);
+        "--private-home", [&options] { options.home = Home::Private; },
+        "... with a new home and new XDG directories, not only XDG_CACHE_HOME");
+    app.add_flag_callback(
+        "--keep-cache", [&options] { options.home = Home::User; },
+        "... with the user's XDG_CACHE_HOME");
 }
 
 void AddPackageOptions(CLI::App& app, Options& options)
 {
     PackageFile& package = options.package;
-    auto* const id =
-        app.add_option("--id", package.id, "ID of the package to write")->type_name("ID");
-    auto* const version =
-        app.add_option("--version", package.version, "... its version")->type_name("VERSION");
+    app.add_option("--make-package", options.makePackage, "Write a package file and exit")
+        ->type_name("FILE");
+    app.add_option("--id", package.id, "... its ID (required)")->type_name("ID");
+    app.add_option("--version", package.version, "... its version (required)")
+        ->type_name("VERSION");
     app.add_option("--architecture", package.architecture, "... its architecture (noarch)")
         ->type_name("NAME");
     app.add_option("--developer", package.developer, "... ID of its developer certificate")
@@ -92,10 +89,92 @@ void AddPackageOptions(CLI::App& app, Options& options)
         ->type_name("NAME");
     app.add_option("--payload", package.payloadSize, "... its payload size in bytes")
         ->type_name("N");
-    app.add_option("--make-package", options.makePackage, "Write a package file and exit")
-        ->type_name("FILE")
-        ->needs(id)
-        ->needs(version);
+}
+
+struct Relation
+{
+    const char* option;
+    const char* other;
+};
+
+// Each option on the left has no effect without the one on the right.
+constexpr Relation needed[] = {
+    {"--dictionary-entries", "--packages"},
+    {"--speed", "--replay"},
+    {"--paused", "--replay"},
+    {"--private-home", "--private-bus"},
+    {"--keep-cache", "--private-bus"},
+    {"--id", "--make-package"},
+    {"--version", "--make-package"},
+    {"--architecture", "--make-package"},
+    {"--developer", "--make-package"},
+    {"--subgroup", "--make-package"},
+    {"--payload", "--make-package"},
+    {"--make-package", "--id"},
+    {"--make-package", "--version"},
+};
+
+// One of the two would override the other.
+constexpr Relation contradicting[] = {
+    {"--packages", "--catalogue"}, {"--replay", "--catalogue"},        {"--replay", "--state"},
+    {"--replay", "--packages"},    {"--keep-cache", "--private-home"}, {"--check", "--private-bus"},
+};
+
+constexpr const char* withoutMakePackage[] = {
+    "--catalogue", "--state",    "--packages", "--steps",  "--step-ms",
+    "--do",        "--scenario", "--check",    "--replay", "--private-bus"};
+
+constexpr const char* fileOptions[] = {"--catalogue", "--state",        "--scenario",
+                                       "--replay",    "--make-package", "--do"};
+
+void CheckRelations(const CLI::App& app)
+{
+    const auto given = [&app](const char* name) { return app.get_option(name)->count() != 0; };
+    const auto contradict = [&given](const char* option, const char* other) {
+        if (given(option) && given(other)) {
+            throw UsageError(std::string(option) + " and " + other + " exclude each other");
+        }
+    };
+    for (const Relation& relation : needed) {
+        if (given(relation.option) && !given(relation.other)) {
+            throw UsageError(std::string(relation.option) + " needs " + relation.other);
+        }
+    }
+    for (const Relation& relation : contradicting) {
+        contradict(relation.option, relation.other);
+    }
+    for (const char* option : withoutMakePackage) {
+        contradict("--make-package", option);
+    }
+}
+
+// A later pace or speed overrides that of a script; of other options, one of the values would be lost.
+void CheckRepetitions(const CLI::App& app)
+{
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        const bool mayBeRepeated = name == "--steps" || name == "--step-ms" || name == "--speed" ||
+                                   name == "--do" || option->get_items_expected_max() == 0;
+        if (option->count() > 1 && !mayBeRepeated) {
+            throw UsageError(name + " is given twice");
+        }
+    }
+}
+
+void CheckFileNames(const CLI::App& app)
+{
+    int standardInputs = 0;
+    for (const char* name : fileOptions) {
+        for (const std::string& value : app.get_option(name)->results()) {
+            if (value.empty()) {
+                throw UsageError(std::string(name) + " has an empty value");
+            }
+            standardInputs += value == standardInput ? 1 : 0;
+        }
+    }
+    if (standardInputs > 1) {
+        throw UsageError("only one file can be the standard input");
+    }
 }
 
 /// The first argument that is neither an option nor an option's value. The command begins there; it
@@ -166,6 +245,9 @@ std::optional<Options> ParseOptions(const Arguments& arguments)
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     }
+    CheckRelations(app);
+    CheckRepetitions(app);
+    CheckFileNames(app);
     const bool separated = end != arguments.end() && *end == separator;
     options.command.assign(separated ? std::next(end) : end, arguments.end());
     Check(options);

@@ -25,9 +25,12 @@ struct Options
     std::string catalogue;
     std::string state;
     std::string scenario;
+    std::vector<std::string> verbs; ///< before the scenario
     std::string replay;
     double speed = 1.0;
-    unsigned packages = 0;
+    bool paused = false;
+    bool check = false;
+    std::optional<unsigned> packages;
     unsigned dictionaryEntries = 0;
     bool privateBus = false;
     Home home = Home::PrivateCache;

@@ -15,14 +15,15 @@ SimulatedDaemon::SimulatedDaemon(const Options& options, Catalogue catalogue,
     : m_bus(busAddress), m_store(std::move(catalogue), options.state),
       m_operations(m_store, options.pace,
                    [this](const std::string& name, const Variant& body) { Emit(name, body); }),
-      m_daemon(m_bus, m_store, m_operations, m_faults,
+      m_daemon(m_bus, m_store, m_operations, m_faults, m_progress,
                [this, disconnected] {
                    m_operations.Clear();
                    m_bus.Close();
                    disconnected(0);
                }),
-      m_control(m_bus, m_store, m_operations, m_faults, m_daemon)
+      m_control(m_bus, m_store, m_operations, m_faults, m_progress)
 {
+    m_store.OnOperation([this](const Operation& operation) { m_progress.Record(operation); });
     m_bus.OnLost([disconnected] {
         PrintError("the bus is lost");
         disconnected(1);
@@ -37,6 +38,7 @@ void SimulatedDaemon::Emit(const std::string& name, const Variant& body)
     } catch (const BusError&) {
         return; // After ExitDuring, operations continue without signals.
     }
+    m_progress.Notify();
 }
 
 void SimulatedDaemon::TakeNames()

@@ -5,6 +5,7 @@
 #include "simulator/daemon/daemon_service.h"
 #include "simulator/daemon/injected_faults.h"
 #include "simulator/daemon/operation_queue.h"
+#include "simulator/daemon/progress.h"
 #include "simulator/daemon/store.h"
 #include "simulator/faults/control.h"
 #include "simulator/options.h"
@@ -24,6 +25,7 @@ public:
 
     Store& Lists() { return m_store; }
     Control& ControlInterface() { return m_control; }
+    Progress& Happened() { return m_progress; }
     DaemonService& Service() { return m_daemon; }
     void Emit(const std::string& name, const Variant& body);
 
@@ -32,6 +34,7 @@ public:
 private:
     BusConnection m_bus;
     Store m_store;
+    Progress m_progress;
     InjectedFaults m_faults;
     OperationQueue m_operations;
     DaemonService m_daemon;

@@ -10,6 +10,7 @@
 
 #include <map>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace Simulator {
@@ -49,20 +50,14 @@ void Send(GDBusConnection* connection, GDBusMessage* message)
 } // namespace
 
 DaemonService::DaemonService(BusConnection& bus, Store& store, OperationQueue& operations,
-                             InjectedFaults& faults, std::function<void()> exit)
-    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults),
+                             InjectedFaults& faults, Progress& progress, std::function<void()> exit)
+    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults), m_progress(progress),
       m_exit(std::move(exit)),
       m_object(bus, Contract::objectPath, daemonIntrospection,
                [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
                    Call(method, arguments, invocation);
                })
 {
-}
-
-bool DaemonService::HasMethod(const std::string& name) const
-{
-    auto* interface = const_cast<GDBusInterfaceInfo*>(&m_object.Interface());
-    return g_dbus_interface_info_lookup_method(interface, name.c_str()) != nullptr;
 }
 
 void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
@@ -87,6 +82,10 @@ void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInv
     } else {
         RunLater(script.delay, send);
     }
+    if (method == std::string_view(Contract::Method::getAllProperties)) {
+        m_progress.AddClient(m_bus.Get(), g_dbus_method_invocation_get_sender(invocation));
+    }
+    m_progress.Notify();
 }
 
 ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodScript& script,

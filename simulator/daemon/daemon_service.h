@@ -4,6 +4,7 @@
 #include "simulator/bus/bus_object.h"
 #include "simulator/daemon/injected_faults.h"
 #include "simulator/daemon/operation_queue.h"
+#include "simulator/daemon/progress.h"
 #include "simulator/daemon/store.h"
 
 #include <functional>
@@ -15,12 +16,10 @@ class DaemonService
 {
 public:
     DaemonService(BusConnection& bus, Store& store, OperationQueue& operations,
-                  InjectedFaults& faults, std::function<void()> exit);
+                  InjectedFaults& faults, Progress& progress, std::function<void()> exit);
 
     /// Calls the function at every GetAllProperties.
     void OnSnapshot(std::function<void()> function) { m_snapshotTaken = std::move(function); }
-
-    bool HasMethod(const std::string& name) const;
 
 private:
     void Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation);
@@ -35,6 +34,7 @@ private:
     Store& m_store;
     OperationQueue& m_operations;
     InjectedFaults& m_faults;
+    Progress& m_progress;
     std::function<void()> m_exit;
     std::function<void()> m_snapshotTaken;
     BusObject m_object;

@@ -52,7 +52,7 @@ Operation OperationQueue::Remove(const std::string& id)
 
 void OperationQueue::FailNext(const std::string& package, std::int32_t error)
 {
-    m_errorsToCome[package] = error;
+    m_errorsToCome[package].push_back(error);
 }
 
 void OperationQueue::Clear()
@@ -141,7 +141,15 @@ std::int32_t OperationQueue::TakeErrorToCome(const std::string& package)
     if (found == m_errorsToCome.end()) {
         found = m_errorsToCome.find({});
     }
-    return found != m_errorsToCome.end() ? m_errorsToCome.extract(found).mapped() : 0;
+    if (found == m_errorsToCome.end()) {
+        return 0;
+    }
+    const std::int32_t error = found->second.front();
+    found->second.pop_front();
+    if (found->second.empty()) {
+        m_errorsToCome.erase(found);
+    }
+    return error;
 }
 
 } // namespace Simulator

@@ -37,7 +37,8 @@ public:
     /// @throws BusError when there is no such package
     Operation Remove(const std::string& id);
 
-    /// Makes the next operation on the package (empty: on any) fail at its end.
+    /// Makes the next operation on the package (empty: on any) fail at its end, after those that earlier
+    /// calls make fail.
     void FailNext(const std::string& package, std::int32_t error);
     void Clear();
 
@@ -62,7 +63,7 @@ private:
     Pace m_pace;
     EmitSignal m_emit;
     std::deque<Job> m_jobs;
-    std::map<std::string, std::int32_t> m_errorsToCome;
+    std::map<std::string, std::deque<std::int32_t>> m_errorsToCome;
     Timer m_timer;
 };
 

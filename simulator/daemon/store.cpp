@@ -86,6 +86,7 @@ void Store::PutActive(const Operation& operation)
         m_lists.active.push_back(operation);
     }
     Save();
+    m_operationChanged(operation);
 }
 
 void Store::PutCompleted(const Operation& operation)
@@ -94,6 +95,7 @@ void Store::PutCompleted(const Operation& operation)
     std::erase_if(m_lists.completed, HasUuid(operation.uuid));
     m_lists.completed.push_back(operation);
     Save();
+    m_operationChanged(operation);
 }
 
 void Store::Reset()

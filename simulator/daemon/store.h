@@ -3,7 +3,9 @@
 
 #include "simulator/files/catalogue.h"
 
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace Simulator {
 
@@ -15,6 +17,12 @@ public:
     /// was saved there earlier replaces the catalogue.
     /// @throws InputError when the saved state is damaged
     Store(Catalogue catalogue, const std::string& stateDirectory);
+
+    /// Calls the function with each operation that is added or overwritten.
+    void OnOperation(std::function<void(const Operation&)> function)
+    {
+        m_operationChanged = std::move(function);
+    }
 
     const Catalogue& Lists() const { return m_lists; }
     const Package* FindPackage(const std::string& id) const;
@@ -38,6 +46,7 @@ private:
     Catalogue m_lists;
     std::string m_statePath;
     Variant m_packagesValue;
+    std::function<void(const Operation&)> m_operationChanged = [](const Operation&) {};
 };
 
 } // namespace Simulator

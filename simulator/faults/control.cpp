@@ -4,62 +4,21 @@
 #include "simulator/bus/bus_error.h"
 #include "simulator/bus/message_body.h"
 #include "simulator/faults/control_contract.h"
+#include "simulator/faults/verb_arguments.h"
 #include "simulator/introspection.h"
 #include "simulator/print_error.h"
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
 namespace Simulator {
 
-namespace {
-
-Variant BodyOf(const char* text)
-{
-    try {
-        return ParseBody(text);
-    } catch (const std::invalid_argument& error) {
-        throw BusError::InvalidArguments(error.what());
-    }
-}
-
-void RequireSignalName(const char* name)
-{
-    if (g_dbus_is_member_name(name) == FALSE) {
-        throw BusError::InvalidArguments(std::string("not a signal: ") + name);
-    }
-}
-
-const Common::ErrorTableRow& RowOfShortName(const std::string& name)
-{
-    const auto* const row =
-        std::find_if(Common::errorTable.begin(), Common::errorTable.end(),
-                     [&name](const auto& candidate) { return candidate.ShortName() == name; });
-    if (row == Common::errorTable.end()) {
-        throw BusError::InvalidArguments("no such error: " + name);
-    }
-    return *row;
-}
-
-// A name without dots is the short name of an error of the error model.
-BusError ErrorOf(const std::string& name, const std::string& message)
-{
-    const bool isShort = name.find('.') == std::string::npos;
-    const auto& row = isShort ? RowOfShortName(name) : Common::FindError(name);
-    const std::string whole = isShort ? std::string(row.dbusName) : name;
-    if (g_dbus_is_interface_name(whole.c_str()) == FALSE) {
-        throw BusError::InvalidArguments("not an error name: " + name);
-    }
-    return {whole, message.empty() ? std::string(row.message) : message};
-}
-
-} // namespace
-
 Control::Control(BusConnection& bus, Store& store, OperationQueue& operations,
-                 InjectedFaults& faults, const DaemonService& daemon)
-    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults), m_daemon(daemon),
+                 InjectedFaults& faults, Progress& progress)
+    : m_bus(bus), m_store(store), m_operations(operations), m_faults(faults), m_progress(progress),
       m_object(bus, ControlContract::objectPath, controlIntrospection,
                [this](const char* method, GVariant* arguments, GDBusMethodInvocation* invocation) {
                    Call(method, arguments, invocation);
@@ -90,8 +49,10 @@ Control::Handler Control::HandlerOf(std::string_view verb)
         {Verb::addActiveOperation, &Control::AddOperation<&Store::PutActive>},
         {Verb::addCompletedOperation, &Control::AddOperation<&Store::PutCompleted>},
         {Verb::reset, &Control::Reset},
+        {Verb::startReplay, &Control::StartReplay},
     };
-    static_assert(std::size(handlers) == std::size(ControlContract::allVerbs));
+    constexpr std::size_t waitingVerbs = 3;
+    static_assert(std::size(handlers) + waitingVerbs == std::size(ControlContract::allVerbs));
     const auto* const found =
         std::find_if(std::begin(handlers), std::end(handlers),
                      [verb](const auto& handler) { return handler.first == verb; });
@@ -103,14 +64,45 @@ Control::Handler Control::HandlerOf(std::string_view verb)
 
 Variant Control::Perform(const std::string& verb, GVariant* arguments)
 {
+    CheckArguments(verb, arguments);
     return (this->*HandlerOf(verb))(arguments);
+}
+
+Progress::Condition Control::ConditionOf(const std::string& verb, GVariant* arguments)
+{
+    namespace Verb = ControlContract::Verb;
+    CheckArguments(verb, arguments);
+    const char* text = nullptr;
+    if (verb == Verb::waitForCall) {
+        guint32 count = 0;
+        g_variant_get(arguments, "(&su)", &text, &count);
+        return [this, method = std::string(text), count] {
+            return m_faults.methods[method].calls >= count;
+        };
+    }
+    if (verb == Verb::waitForStatus) {
+        std::int32_t status = 0;
+        g_variant_get(arguments, "(&si)", &text, &status);
+        return [this, package = std::string(text), status] {
+            return m_progress.HasHad(package, status);
+        };
+    }
+    if (verb == Verb::waitForClient) {
+        return [this] { return m_progress.HasClient(); };
+    }
+    return {};
 }
 
 void Control::Call(const char* method, GVariant* arguments, GDBusMethodInvocation* invocation)
 {
     try {
+        if (Progress::Condition condition = ConditionOf(method, arguments)) {
+            CallWaiting(std::move(condition), invocation);
+            return;
+        }
         const Variant result = Perform(method, arguments);
         g_dbus_method_invocation_return_value(invocation, result.Get());
+        m_progress.Notify();
     } catch (const BusError& error) {
         g_dbus_method_invocation_return_dbus_error(invocation, error.Name().c_str(), error.what());
     } catch (const std::exception& error) {
@@ -119,12 +111,17 @@ void Control::Call(const char* method, GVariant* arguments, GDBusMethodInvocatio
     }
 }
 
-MethodScript& Control::ScriptOf(const char* method)
+void Control::CallWaiting(Progress::Condition condition, GDBusMethodInvocation* invocation)
 {
-    if (!m_daemon.HasMethod(method)) {
-        throw BusError::InvalidArguments(std::string("the daemon has no method ") + method);
+    if (condition()) {
+        g_dbus_method_invocation_return_value(invocation, nullptr);
+        return;
     }
-    return m_faults.methods[method];
+    const std::shared_ptr<GDBusMethodInvocation> owned(invocation, g_object_unref);
+    m_progress.WaitFor(std::move(condition), [owned] {
+        g_object_ref(owned.get()); // The reply releases one reference.
+        g_dbus_method_invocation_return_value(owned.get(), nullptr);
+    });
 }
 
 Variant Control::FailCall(GVariant* arguments)
@@ -135,9 +132,6 @@ Variant Control::FailCall(GVariant* arguments)
     unsigned nth = 0;
     g_variant_get(arguments, "(&su&s&s)", &method, &nth, &name, &message);
     MethodScript& script = ScriptOf(method);
-    if (nth == 0) {
-        throw BusError::InvalidArguments("the next call is number 1");
-    }
     script.errors.insert_or_assign(script.calls + nth, ErrorOf(name, message));
     return EmptyBody();
 }
@@ -156,7 +150,7 @@ Variant Control::SetReply(GVariant* arguments)
     const char* method = nullptr;
     const char* body = nullptr;
     g_variant_get(arguments, "(&s&s)", &method, &body);
-    ScriptOf(method).replies.push_back(BodyOf(body));
+    ScriptOf(method).replies.push_back(ParseBody(body));
     return EmptyBody();
 }
 
@@ -166,8 +160,7 @@ Variant Control::QueueSignal(GVariant* arguments)
     const char* signal = nullptr;
     const char* body = nullptr;
     g_variant_get(arguments, "(&s&s&s)", &method, &signal, &body);
-    RequireSignalName(signal);
-    ScriptOf(method).signals.push_back({signal, BodyOf(body)});
+    ScriptOf(method).signals.push_back({signal, ParseBody(body)});
     return EmptyBody();
 }
 
@@ -218,7 +211,7 @@ Variant Control::EmitSignal(GVariant* arguments)
     const char* body = nullptr;
     unsigned count = 0;
     g_variant_get(arguments, "(&s&su)", &signal, &body, &count);
-    m_bus.Emit({.name = signal}, BodyOf(body), count);
+    m_bus.Emit({.name = signal}, ParseBody(body), count);
     return EmptyBody();
 }
 
@@ -230,7 +223,7 @@ Variant Control::EmitSignalFrom(GVariant* arguments)
     const char* body = nullptr;
     unsigned count = 0;
     g_variant_get(arguments, "(&s&s&s&su)", &path, &interface, &signal, &body, &count);
-    m_bus.Emit({path, interface, signal}, BodyOf(body), count);
+    m_bus.Emit({path, interface, signal}, ParseBody(body), count);
     return EmptyBody();
 }
 
@@ -264,9 +257,6 @@ Variant Control::FailOperation(GVariant* arguments)
     const char* package = nullptr;
     std::int32_t error = 0;
     g_variant_get(arguments, "(&si)", &package, &error);
-    if (error == 0) {
-        throw BusError::InvalidArguments("0 is not the code of an error");
-    }
     m_operations.FailNext(package, error);
     return EmptyBody();
 }
@@ -319,7 +309,17 @@ Variant Control::Reset(GVariant* arguments)
     m_operations.Clear();
     m_store.Reset();
     m_faults = {};
+    m_progress.Clear();
     return Return(arguments);
+}
+
+Variant Control::StartReplay(GVariant*)
+{
+    if (!m_startReplay) {
+        throw BusError::InvalidArguments("there is no recording to replay");
+    }
+    m_startReplay();
+    return EmptyBody();
 }
 
 } // namespace Simulator

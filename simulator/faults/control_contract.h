@@ -30,6 +30,10 @@ inline constexpr const char* removePackage = "RemovePackage";
 inline constexpr const char* addActiveOperation = "AddActiveOperation";
 inline constexpr const char* addCompletedOperation = "AddCompletedOperation";
 inline constexpr const char* reset = "Reset";
+inline constexpr const char* startReplay = "StartReplay";
+inline constexpr const char* waitForCall = "WaitForCall";
+inline constexpr const char* waitForStatus = "WaitForStatus";
+inline constexpr const char* waitForClient = "WaitForClient";
 } // namespace Verb
 
 struct VerbShape
@@ -59,6 +63,10 @@ inline constexpr VerbShape allVerbs[] = {
     {Verb::addActiveOperation, "(ssiii)b", ""},
     {Verb::addCompletedOperation, "(ssiii)b", ""},
     {Verb::reset, "", ""},
+    {Verb::startReplay, "", ""},
+    {Verb::waitForCall, "su", ""},
+    {Verb::waitForStatus, "si", ""},
+    {Verb::waitForClient, "", ""},
 };
 
 } // namespace Simulator::ControlContract

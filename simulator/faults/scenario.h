@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simulator/bus/variant.h"
+#include "simulator/daemon/progress.h"
 #include "simulator/timer.h"
 
 #include <cstddef>
@@ -11,38 +12,52 @@
 
 namespace Simulator {
 
-/// One line of a scenario file: a verb of the control interface, or "Wait milliseconds".
+/// One verb of the control interface, or "Wait milliseconds".
 struct ScenarioStep
 {
-    std::size_t line;
+    std::string place; ///< where it is written
     std::string verb;
     Variant arguments;
 };
 
-/// A scenario file: one verb per line, its arguments in GVariant text format with commas between
-/// them; "#" begins a comment line.
+/// Executes verbs one after another: from a file with one verb on each line, its arguments in GVariant
+/// text format with commas between them; "#" begins a comment line.
 class Scenario
 {
 public:
-    using Perform = std::function<void(const std::string& verb, GVariant* arguments)>;
-    using Failed = std::function<void(const std::string& message)>;
+    struct Actions
+    {
+        std::function<void(const std::string& verb, GVariant* arguments)> perform;
+        /// Returns what a verb waits for; nothing if it is not one that waits.
+        std::function<Progress::Condition(const std::string& verb, GVariant* arguments)>
+            conditionOf;
+        std::function<void(Progress::Condition, Progress::Continuation)> waitFor;
+        /// Receives the error of a verb that fails; those after it are skipped.
+        std::function<void(const std::string& message)> failed;
+    };
 
+    /// Reads and checks all lines of the file.
     /// @throws InputError naming the line; std::system_error when the file cannot be read
-    explicit Scenario(const std::string& path);
+    void AddFile(const std::string& path);
+    /// @param text a verb and its arguments
+    /// @throws InputError
+    void AddVerb(const std::string& text);
 
-    /// Executes the lines up to the next Wait; a timer executes those after it.
-    /// @param failed receives the error of a line that fails; the lines after it are skipped
-    void Run(Perform perform, Failed failed);
+    /// Throws if a verb needs a recording.
+    void RequireNoReplay() const;
+
+    /// Executes the verbs up to the first that waits, and the others when it has ended.
+    void Run(Actions actions);
 
 private:
-    void ParseLine(const std::string& text, std::size_t line);
+    void Add(const std::string& place, const std::string& text);
     void Continue();
+    void Execute(const ScenarioStep& step);
 
-    std::string m_path;
     std::vector<ScenarioStep> m_steps;
     std::size_t m_next = 0;
-    Perform m_perform;
-    Failed m_failed;
+    bool m_waits = false;
+    Actions m_actions;
     Timer m_timer;
 };
 

@@ -6,6 +6,7 @@
 #include "simulator/files/input_error.h"
 #include "simulator/files/key_file.h"
 #include "simulator/files/package_syntax.h"
+#include "simulator/files/text_file.h"
 #include "simulator/glib_ptr.h"
 
 #include <common/error.h>
@@ -35,7 +36,7 @@ class CatalogueReader
 {
 public:
     explicit CatalogueReader(const std::string& path)
-        : m_file(KeyFile::Read(path, largestCatalogue))
+        : m_file(KeyFile::Read(path, largestCatalogue, ReadStream))
     {
     }
 

@@ -66,11 +66,11 @@ const KeyFile::Entry* KeyFile::Group::Find(std::string_view key) const
     return found != entries.end() ? &*found : nullptr;
 }
 
-KeyFile KeyFile::Read(const std::string& path, std::size_t limit)
+KeyFile KeyFile::Read(const std::string& path, std::size_t limit, Reader reader)
 {
     KeyFile file;
     file.m_path = path;
-    const std::string content = ReadTextFile(path, limit);
+    const std::string content = reader(path, limit);
     std::string_view rest = content;
     for (std::size_t line = 1; !rest.empty(); ++line) {
         const auto end = rest.find('\n');

@@ -29,8 +29,10 @@ public:
         const Entry* Find(std::string_view key) const;
     };
 
+    using Reader = std::string (*)(const std::string& path, std::size_t limit);
+
     /// @throws InputError naming the line; std::system_error when the file cannot be read.
-    static KeyFile Read(const std::string& path, std::size_t limit);
+    static KeyFile Read(const std::string& path, std::size_t limit, Reader reader);
 
     const std::string& Path() const { return m_path; }
     const std::vector<Group>& Groups() const { return m_groups; }

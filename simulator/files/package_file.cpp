@@ -3,7 +3,10 @@
 
 #include "simulator/files/input_error.h"
 #include "simulator/files/key_file.h"
+#include "simulator/files/text_file.h"
 #include "simulator/glib_ptr.h"
+
+#include <sys/stat.h>
 
 #include <stdexcept>
 
@@ -34,7 +37,7 @@ std::uint64_t ReadPayloadSize(const KeyFile& file, const KeyFile::Group& group)
 
 PackageFile ReadPackageFile(const std::string& path)
 {
-    const KeyFile file = KeyFile::Read(path, largestPackageFile);
+    const KeyFile file = KeyFile::Read(path, largestPackageFile, ReadTextFile);
     if (file.Groups().size() != 1 || file.Groups().front().name != "Package") {
         throw InputError(path, 0, "a package file has the one group [Package]");
     }
@@ -53,6 +56,11 @@ PackageFile ReadPackageFile(const std::string& path)
 
 void WritePackageFile(const std::string& path, const PackageFile& package)
 {
+    // Writing replaces what has this name: a device or a symbolic link would be lost.
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw InputError(path, 0, "not a regular file");
+    }
     const std::string text =
         "[Package]\n" + FormatEntry("Id", package.id) + FormatEntry("Version", package.version) +
         FormatEntry("Architecture", package.architecture) +

@@ -17,7 +17,8 @@ struct PackageFile
     std::uint64_t payloadSize = 0;
 };
 
-/// @throws std::runtime_error when the file cannot be written
+/// @throws InputError if the name is that of something else than a regular file; std::runtime_error when
+/// the file cannot be written
 void WritePackageFile(const std::string& path, const PackageFile& package);
 
 /// Reads the file without checking whether its values make a valid package.

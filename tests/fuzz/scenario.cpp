@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -40,12 +41,20 @@ void Perform(const std::string& verb, GVariant* arguments)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const auto scenario = Fuzz::ReadUserFile(data, size, [](const std::string& path) {
-        return std::make_unique<Simulator::Scenario>(path);
+        auto read = std::make_unique<Simulator::Scenario>();
+        read->AddFile(path);
+        return read;
     });
     if (scenario) {
-        (*scenario)->Run(Perform, [](const std::string&) {
+        Simulator::Scenario::Actions actions;
+        actions.perform = Perform;
+        actions.conditionOf = [](const std::string&, GVariant*) {
+            return Simulator::Progress::Condition();
+        };
+        actions.failed = [](const std::string&) {
             Fuzz::Require(false, "no step fails: each throws nothing");
-        });
+        };
+        (*scenario)->Run(std::move(actions));
     }
     return 0;
 }

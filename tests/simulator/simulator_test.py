@@ -328,7 +328,7 @@ class Program(SimulatorTest):
     def test_the_value_of_an_option_may_be_anything(self):
         path = self.file("name").encode() + b" \xff[a]"
         self.simulator("--make-package", path, "--id=a.b", "--version", "--", "--subgroup=", "--developer",
-                       "[-d]", "--payload", "1", "--payload", "2")
+                       "[-d]", "--payload", "2")
         with open(path, encoding="utf-8") as f:
             self.assertEqual(f.read().splitlines(),
                              ["[Package]", "Id=a.b", "Version=--", "Architecture=noarch", "Developer=[-d]",

@@ -87,10 +87,10 @@ TEST(Scenario, AnArgumentThatTheBusCannotTransportIsRefused)
     const std::string path = directory.Path() / "scenario";
     for (const char* value : {"<just 1>", "<[<()>]>", "<'\\ud800'>"}) {
         std::ofstream(path) << "SetProperty 'Packages', " << value << "\n";
-        EXPECT_THROW(Simulator::Scenario{path}, Simulator::InputError) << value;
+        EXPECT_THROW(Simulator::Scenario().AddFile(path), Simulator::InputError) << value;
     }
     std::ofstream(path) << "SetProperty 'Packages', <1>\nReset\n";
-    EXPECT_NO_THROW(Simulator::Scenario{path});
+    EXPECT_NO_THROW(Simulator::Scenario().AddFile(path));
 }
 
 } // namespace
