@@ -67,6 +67,9 @@ private:
         if (!m_options.replay.empty()) {
             Recording recording = ReadRecording(m_options.replay);
             m_events = std::move(recording.events);
+            if (recording.cut) {
+                PrintError(m_options.replay + ": the last line is incomplete, and is left out");
+            }
             return std::move(recording.snapshot);
         }
         if (!m_options.catalogue.empty()) {
@@ -124,7 +127,8 @@ private:
     {
         m_replay.emplace(
             std::move(m_events), m_options.speed, daemon.Lists(),
-            [&daemon](const std::string& name, const Variant& body) { daemon.Emit(name, body); });
+            [&daemon](const std::string& name, const Variant& body) { daemon.Emit(name, body); },
+            [&daemon](bool present) { daemon.SetPresent(present); });
         if (!m_options.replay.empty()) {
             daemon.ControlInterface().OnStartReplay([this] { m_replay->Start(); });
         }

@@ -41,6 +41,20 @@ void SimulatedDaemon::Emit(const std::string& name, const Variant& body)
     m_progress.Notify();
 }
 
+// Called from the main loop too.
+void SimulatedDaemon::SetPresent(bool present)
+{
+    try {
+        if (present) {
+            m_bus.Own(Contract::busName);
+        } else {
+            m_bus.Release(Contract::busName);
+        }
+    } catch (const std::exception& error) {
+        PrintError(error.what());
+    }
+}
+
 void SimulatedDaemon::TakeNames()
 {
     m_bus.Own(ControlContract::busName);

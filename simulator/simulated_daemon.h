@@ -30,6 +30,8 @@ public:
     void Emit(const std::string& name, const Variant& body);
 
     void TakeNames();
+    /// Claims or releases the daemon's name.
+    void SetPresent(bool present);
 
 private:
     BusConnection m_bus;

@@ -98,9 +98,9 @@ void Store::PutCompleted(const Operation& operation)
     m_operationChanged(operation);
 }
 
-void Store::Reset()
+void Store::Replace(const Catalogue& lists)
 {
-    m_lists = m_initial;
+    m_lists = lists;
     m_packagesValue = {};
     Save();
 }

@@ -34,7 +34,8 @@ public:
     void PutActive(const Operation& operation);
     /// Adds a completed operation and removes it from the active ones.
     void PutCompleted(const Operation& operation);
-    void Reset();
+    void Replace(const Catalogue& lists);
+    void Reset() { Replace(m_initial); }
 
     /// The value of the property Packages; cached until the list changes.
     const Variant& PackagesValue();

@@ -10,8 +10,10 @@ namespace Simulator {
 
 namespace Contract = Emporium::Contract;
 
-Replay::Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit)
-    : m_events(std::move(events)), m_speed(speed), m_store(store), m_emit(std::move(emit))
+Replay::Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit,
+               std::function<void(bool)> present)
+    : m_events(std::move(events)), m_speed(speed), m_store(store), m_emit(std::move(emit)),
+      m_present(std::move(present))
 {
 }
 
@@ -64,6 +66,17 @@ void Replay::Play(const PackageRemoval& removal)
 {
     m_store.RemovePackage(removal.id);
     m_emit(Contract::Signal::packageRemoved, Body(ToVariant(removal.id)));
+}
+
+void Replay::Play(const DaemonLoss&)
+{
+    m_present(false);
+}
+
+void Replay::Play(const DaemonReturn& daemon)
+{
+    m_store.Replace(daemon.lists);
+    m_present(true);
 }
 
 } // namespace Simulator

@@ -12,7 +12,9 @@ namespace Simulator {
 class Replay
 {
 public:
-    Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit);
+    /// @param present receives whether the daemon is on the bus
+    Replay(std::vector<RecordedEvent> events, double speed, Store& store, EmitSignal emit,
+           std::function<void(bool)> present);
 
     /// Starts the clock; later calls do nothing.
     void Start();
@@ -23,11 +25,14 @@ private:
     void Play(const Operation& operation);
     void Play(const PackageArrival& arrival);
     void Play(const PackageRemoval& removal);
+    void Play(const DaemonLoss& loss);
+    void Play(const DaemonReturn& daemon);
 
     std::vector<RecordedEvent> m_events;
     double m_speed;
     Store& m_store;
     EmitSignal m_emit;
+    std::function<void(bool)> m_present;
     std::size_t m_next = 0;
     gint64 m_startMicroseconds = 0;
     Timer m_timer;

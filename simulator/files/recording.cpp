@@ -20,99 +20,157 @@ using Json = nlohmann::json;
 constexpr std::size_t largestRecording = 512U << 20U;
 constexpr double longestOffset = 4e12;
 
-// The bus cannot transport a text with a zero byte.
-std::string Text(const Json& object, const char* key)
+/// A value of a line, and the name of its field for messages.
+class Field
 {
-    std::string text = object.at(key).get<std::string>();
-    if (text.find('\0') != std::string::npos) {
-        throw std::invalid_argument(std::string("a zero byte in ") + key);
-    }
-    return text;
-}
+public:
+    Field(const Json& value, std::string name) : m_value(value), m_name(std::move(name)) {}
 
-std::int32_t Number(const Json& object, const char* key)
-{
-    const Json& value = object.at(key);
-    if (!value.is_number_integer()) {
-        throw std::invalid_argument(std::string(key) + " is not a whole number");
-    }
-    const bool huge = value.is_number_unsigned() && value.get<std::uint64_t>() > G_MAXINT32;
-    const auto number = huge ? std::int64_t{G_MAXINT64} : value.get<std::int64_t>();
-    if (number < G_MININT32 || number > G_MAXINT32) {
-        throw std::invalid_argument(std::string(key) + " does not fit 32 bits");
-    }
-    return static_cast<std::int32_t>(number);
-}
+    bool IsObject() const { return m_value.is_object(); }
+    bool Has(const char* key) const { return m_value.contains(key); }
 
-Package ReadPackage(const Json& object)
+    Field Member(const char* key) const
+    {
+        if (!m_value.is_object()) {
+            throw Error("is not an object");
+        }
+        const auto member = m_value.find(key);
+        const std::string name = m_name.empty() ? key : m_name + "." + key;
+        if (member == m_value.end()) {
+            throw std::invalid_argument("the field " + name + " is missing");
+        }
+        return {*member, name};
+    }
+
+    // The bus cannot transport a text with a zero byte.
+    std::string Text() const
+    {
+        if (!m_value.is_string()) {
+            throw Error("is not a text");
+        }
+        std::string text = m_value.get<std::string>();
+        if (text.find('\0') != std::string::npos) {
+            throw Error("has a zero byte");
+        }
+        return text;
+    }
+
+    std::int32_t Number() const
+    {
+        if (!m_value.is_number_integer()) {
+            throw Error("is not a whole number");
+        }
+        const bool huge = m_value.is_number_unsigned() && m_value.get<std::uint64_t>() > G_MAXINT32;
+        const auto number = huge ? std::int64_t{G_MAXINT64} : m_value.get<std::int64_t>();
+        if (number < G_MININT32 || number > G_MAXINT32) {
+            throw Error("does not fit 32 bits");
+        }
+        return static_cast<std::int32_t>(number);
+    }
+
+    double Offset() const
+    {
+        const double offset = m_value.is_number() ? m_value.get<double>() : -1;
+        if (!(offset >= 0 && offset < longestOffset)) {
+            throw Error("is not a number of milliseconds");
+        }
+        return offset;
+    }
+
+    std::vector<Field> List() const
+    {
+        if (!m_value.is_array()) {
+            throw Error("is not a list");
+        }
+        std::vector<Field> list;
+        for (const Json& value : m_value) {
+            list.emplace_back(value, m_name + "[" + std::to_string(list.size()) + "]");
+        }
+        return list;
+    }
+
+    std::invalid_argument Error(const std::string& text) const
+    {
+        return std::invalid_argument((m_name.empty() ? "the line " : "the field " + m_name + " ") +
+                                     text);
+    }
+
+private:
+    const Json& m_value;
+    std::string m_name;
+};
+
+Package ReadPackage(const Field& object)
 {
-    return {Text(object, "id"),
-            Text(object, "version"),
-            Text(object, "subgroup"),
-            Text(object, "developer"),
+    return {object.Member("id").Text(),
+            object.Member("version").Text(),
+            object.Member("subgroup").Text(),
+            object.Member("developer").Text(),
             {}};
 }
 
-Operation ReadOperation(const Json& object)
+Operation ReadOperation(const Field& object)
 {
-    return {Text(object, "uuid"), Text(object, "package"), Number(object, "type"),
-            Number(object, "status"), Number(object, "error")};
+    return {object.Member("uuid").Text(), object.Member("package").Text(),
+            object.Member("type").Number(), object.Member("status").Number(),
+            object.Member("error").Number()};
 }
 
-const Json& List(const Json& object, const char* key)
+Catalogue ReadLists(const Field& object)
 {
-    const Json& list = object.at(key);
-    if (!list.is_array()) {
-        throw std::invalid_argument(std::string(key) + " is not a list");
+    Catalogue lists = {
+        object.Member("architecture").Text(), object.Member("version").Text(), {}, {}, {}};
+    for (const Field& package : object.Member("packages").List()) {
+        lists.packages.push_back(ReadPackage(package));
     }
-    return list;
+    for (const Field& operation : object.Member("active").List()) {
+        lists.active.push_back(ReadOperation(operation));
+    }
+    for (const Field& operation : object.Member("completed").List()) {
+        lists.completed.push_back(ReadOperation(operation));
+    }
+    return lists;
 }
 
-Catalogue ReadSnapshot(const Json& object)
+Catalogue ReadSnapshot(const Field& object)
 {
-    if (Text(object, "type") != "snapshot") {
-        throw std::invalid_argument("a recording begins with its snapshot");
+    const Field type = object.Member("type");
+    if (type.Text() != "snapshot") {
+        throw type.Error("is not \"snapshot\", with which a recording begins");
     }
-    Catalogue snapshot = {Text(object, "architecture"), Text(object, "version"), {}, {}, {}};
-    for (const Json& package : List(object, "packages")) {
-        snapshot.packages.push_back(ReadPackage(package));
-    }
-    for (const Json& operation : List(object, "active")) {
-        snapshot.active.push_back(ReadOperation(operation));
-    }
-    for (const Json& operation : List(object, "completed")) {
-        snapshot.completed.push_back(ReadOperation(operation));
-    }
-    return snapshot;
+    return ReadLists(object);
 }
 
 // A removed package may be recorded as an object or as its ID alone.
-std::string RemovedId(const Json& package)
+std::string RemovedId(const Field& package)
 {
-    return package.is_object() ? Text(package, "id") : package.get<std::string>();
+    return package.IsObject() ? package.Member("id").Text() : package.Text();
 }
 
-RecordedEvent ReadEvent(const Json& object)
+RecordedEvent ReadEvent(const Field& object)
 {
-    if (Text(object, "type") != "event") {
-        throw std::invalid_argument("neither a snapshot nor an event");
+    const Field type = object.Member("type");
+    if (type.Text() != "event") {
+        throw type.Error("is not \"event\"");
     }
     RecordedEvent event;
-    event.offsetMilliseconds = object.at("offset_ms").get<double>();
-    if (!(event.offsetMilliseconds >= 0 && event.offsetMilliseconds < longestOffset)) {
-        throw std::invalid_argument("offset_ms is out of range");
-    }
-    const std::string name = Text(object, "event");
-    if (name == Contract::Signal::operationStatusChanged) {
-        event.content = ReadOperation(object.at("operation"));
-    } else if (name == Contract::Signal::packageInstalled ||
-               name == Contract::Signal::packageUpgraded) {
-        event.content = PackageArrival{ReadPackage(object.at("package")),
-                                       name == Contract::Signal::packageUpgraded};
-    } else if (name == Contract::Signal::packageRemoved) {
-        event.content = PackageRemoval{RemovedId(object.at("package"))};
+    event.offsetMilliseconds = object.Member("offset_ms").Offset();
+    const Field name = object.Member("event");
+    const std::string text = name.Text();
+    if (text == Contract::Signal::operationStatusChanged) {
+        event.content = ReadOperation(object.Member("operation"));
+    } else if (text == Contract::Signal::packageInstalled ||
+               text == Contract::Signal::packageUpgraded) {
+        event.content = PackageArrival{ReadPackage(object.Member("package")),
+                                       text == Contract::Signal::packageUpgraded};
+    } else if (text == Contract::Signal::packageRemoved) {
+        event.content = PackageRemoval{RemovedId(object.Member("package"))};
+    } else if (text == "DaemonVanished") {
+        event.content = DaemonLoss{};
+    } else if (text == "DaemonAppeared") {
+        event.content = DaemonReturn{ReadLists(object.Member("snapshot"))};
     } else {
-        throw std::invalid_argument("unknown event " + name);
+        throw name.Error("is not the name of an event: " + text);
     }
     return event;
 }
@@ -121,9 +179,9 @@ void ReadLine(const std::string& text, std::size_t line, Recording& recording)
 {
     const Json object = Json::parse(text);
     if (line == 1) {
-        recording.snapshot = ReadSnapshot(object);
+        recording.snapshot = ReadSnapshot({object, {}});
     } else {
-        recording.events.push_back(ReadEvent(object));
+        recording.events.push_back(ReadEvent({object, {}}));
     }
 }
 
@@ -132,10 +190,18 @@ void ReadLine(const std::string& text, std::size_t line, Recording& recording)
 Recording ReadRecording(const std::string& path)
 {
     Recording recording;
-    std::istringstream content(ReadTextFile(path, largestRecording));
+    std::string content = ReadStreamUnchecked(path, largestRecording);
+    // A crash while recording cuts the last line, perhaps within a character.
+    const auto lastLine = content.rfind('\n') + 1;
+    if (lastLine != 0 && lastLine < content.size() && !Json::accept(content.substr(lastLine))) {
+        content.resize(lastLine);
+        recording.cut = true;
+    }
+    RequireText(path, content);
+    std::istringstream lines(content);
     std::string text;
     std::size_t line = 0;
-    while (std::getline(content, text)) {
+    while (std::getline(lines, text)) {
         ++line;
         try {
             ReadLine(text, line, recording);

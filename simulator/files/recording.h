@@ -20,10 +20,21 @@ struct PackageArrival
     bool upgrade = false;
 };
 
+/// The daemon left the bus.
+struct DaemonLoss
+{
+};
+
+/// The daemon came back, with these lists.
+struct DaemonReturn
+{
+    Catalogue lists;
+};
+
 struct RecordedEvent
 {
     double offsetMilliseconds = 0;
-    std::variant<Operation, PackageArrival, PackageRemoval> content;
+    std::variant<Operation, PackageArrival, PackageRemoval, DaemonLoss, DaemonReturn> content;
 };
 
 /// A recording as "emporiumctl record" writes it: lines of JSON, the snapshot first and then the
@@ -32,6 +43,7 @@ struct Recording
 {
     Catalogue snapshot;
     std::vector<RecordedEvent> events;
+    bool cut = false; ///< the last line was incomplete, and is left out
 };
 
 /// @throws InputError naming the line; std::system_error when the file cannot be read

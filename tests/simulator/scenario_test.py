@@ -178,5 +178,68 @@ class ContradictingOptions(SimulatorTest):
             self.assertIn("Version=2", f.read())
 
 
+class DamagedRecordings(SimulatorTest):
+    def check(self, content):
+        return self.simulator("--check", "--replay", self.file("recording", content))
+
+    def test_a_cut_last_line_is_left_out_with_a_warning(self):
+        whole = json.dumps(SNAPSHOT) + "\n" + json.dumps(REMOVAL) + "\n"
+        event = json.dumps(dict(REMOVAL, package={"id": "gr\u00fcn"}), ensure_ascii=False).encode()
+        for length in (1, 20, event.index(b"\xc3") + 1, len(event) - 1):
+            run = self.check(whole.encode() + event[:length])
+            self.assertEqual(run.returncode, 0, run.stderr)
+            self.assertIn("the last line is incomplete", run.stderr)
+        for content in (whole.encode() + event, whole.encode()):
+            run = self.check(content)
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+
+    def test_an_incomplete_line_elsewhere_is_refused(self):
+        for content in (json.dumps(SNAPSHOT)[:20], json.dumps(SNAPSHOT) + "\n{\n"):
+            run = self.check(content)
+            self.assertEqual(run.returncode, 2, run.stderr)
+
+    def test_messages_name_the_field(self):
+        package = {"id": "a.b", "version": "1", "developer": "d", "subgroup": "s"}
+        snapshots = {
+            "packages[1].version is missing": dict(SNAPSHOT, packages=[package, {"id": "a"}]),
+            "packages[0] is not an object": dict(SNAPSHOT, packages=[5]),
+            "packages is not a list": dict(SNAPSHOT, packages={}),
+            "architecture is not a text": dict(SNAPSHOT, architecture=1),
+            "active[0].status is not a whole number":
+                dict(SNAPSHOT, active=[{"uuid": "u", "package": "p", "type": 0, "status": "x", "error": 0}]),
+            "the field type": dict(SNAPSHOT, type="event"),
+        }
+        for message, line in snapshots.items():
+            with self.subTest(message):
+                self.assertIn(":1: ", self.check(json.dumps(line) + "\n").stderr)
+                self.assertIn(message, self.check(json.dumps(line) + "\n").stderr)
+        events = {
+            "offset_ms is not a number of milliseconds": dict(REMOVAL, offset_ms="x"),
+            "package.id is missing": dict(REMOVAL, package={}),
+            "event is not the name of an event: Odd": dict(REMOVAL, event="Odd"),
+            "snapshot.packages is missing":
+                dict(REMOVAL, event="DaemonAppeared", snapshot={"architecture": "a", "version": "1"}),
+        }
+        for message, line in events.items():
+            with self.subTest(message):
+                run = self.check(json.dumps(SNAPSHOT) + "\n" + json.dumps(line) + "\n")
+                self.assertEqual(run.returncode, 2)
+                self.assertIn(":2: the field " + message, run.stderr)
+
+    def test_a_recorded_daemon_leaves_the_bus_and_returns_with_its_lists(self):
+        package = {"id": "a.new", "version": "1", "developer": "d", "subgroup": "s"}
+        vanished = {"type": "event", "offset_ms": 0, "event": "DaemonVanished"}
+        appeared = {"type": "event", "offset_ms": 0, "event": "DaemonAppeared",
+                    "snapshot": dict(SNAPSHOT, packages=[package])}
+        before = self.file("before", "".join(json.dumps(line) + "\n" for line in (SNAPSHOT, vanished)))
+        output = self.script("k StartReplay; until d Start x | grep ServiceUnknown; do :; done", "--replay", before,
+                             "--paused")
+        self.assertIn("ServiceUnknown", output)
+        both = self.file("both", "".join(json.dumps(line) + "\n" for line in (SNAPSHOT, vanished, appeared)))
+        output = self.script("k StartReplay; until d GetAllProperties | grep a.new; do :; done", "--replay", both,
+                             "--paused")
+        self.assertIn("('a.new', '1', 's', 'd'", output)
+
+
 if __name__ == "__main__":
     fixture.main()
