@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulator/bus/private_bus.h"
 #include "simulator/command.h"
+#include "simulator/control_client.h"
 #include "simulator/faults/replay.h"
 #include "simulator/faults/scenario.h"
 #include "simulator/files/catalogue.h"
@@ -8,14 +9,16 @@
 #include "simulator/files/recording.h"
 #include "simulator/glib_ptr.h"
 #include "simulator/options.h"
+#include "simulator/output.h"
 #include "simulator/print_error.h"
 #include "simulator/private_home.h"
 #include "simulator/signals.h"
 #include "simulator/simulated_daemon.h"
+#include "simulator/trace.h"
 
+#include <algorithm>
 #include <clocale>
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <optional>
 
@@ -90,8 +93,9 @@ private:
             return exitUsage;
         }
         WatchSignals();
-        std::puts("ready");
-        std::fflush(stdout);
+        if (!IsOutputClosed()) {
+            Print("ready\n");
+        }
         return Loop();
     }
 
@@ -221,13 +225,20 @@ private:
 
 int Main(int argc, char** argv)
 {
-    const auto options = ParseOptions({argv + 1, argv + argc});
+    const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    if (!arguments.empty() && arguments.front() == "ctl") {
+        return RunControlClient({arguments.begin() + 1, arguments.end()});
+    }
+    const auto options = ParseOptions(arguments);
     if (!options) {
         return 0;
     }
     if (!options->makePackage.empty()) {
         WritePackageFile(options->makePackage, options->package);
         return 0;
+    }
+    if (options->verbose) {
+        Trace::Enable();
     }
     return Program(*options).Run();
 }
@@ -238,13 +249,15 @@ int Main(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    Simulator::OpenStandardDescriptors();
     // Messages in the language of the user, but numbers as in every file and option.
     std::setlocale(LC_CTYPE, "");
     std::setlocale(LC_MESSAGES, "");
     try {
         return Simulator::Main(argc, argv);
     } catch (const Simulator::UsageError& error) {
-        Simulator::PrintError(std::string(error.what()) + "\nTry emporium-simulator --help.");
+        Simulator::PrintError(error.what());
+        Simulator::PrintError("try emporium-simulator --help");
         return Simulator::exitUsage;
     } catch (const Simulator::InputError& error) {
         Simulator::PrintError(error.what());

@@ -2,6 +2,7 @@
 #include "simulator/options.h"
 
 #include "simulator/files/text_file.h"
+#include "simulator/output.h"
 
 #include <CLI/CLI.hpp>
 
@@ -22,6 +23,10 @@ constexpr const char* footer =
   emporium-simulator --private-bus -- sh -c 'gdbus introspect --session \
           --dest org.velmora.Emporium --object-path /org/velmora/Emporium'
       Run a command on a private bus and exit with its status.
+  emporium-simulator ctl FailCall Install 1 FileConflict ''
+      Call a verb of the control interface; "ctl --help" lists them.
+  emporium-simulator --version
+      Print the version.
   emporium-simulator --scenario failing-install.scenario --private-bus -- ./my-test
       Inject a failure in a test suite.
 
@@ -62,6 +67,7 @@ void AddDaemonOptions(CLI::App& app, Options& options)
 
 void AddPrivateBusOptions(CLI::App& app, Options& options)
 {
+    app.add_flag("--verbose", options.verbose, "Print each call and signal on standard error");
     app.add_flag("--private-bus", options.privateBus,
                  "Serve on a new bus, run the command after -- ($SHELL) on it, and exit with its "
                  "status");
@@ -227,6 +233,10 @@ void Check(const Options& options)
 
 std::optional<Options> ParseOptions(const Arguments& arguments)
 {
+    if (arguments == Arguments{"--version"}) {
+        Print("emporium-simulator " EMPORIUM_VERSION "\n");
+        return std::nullopt;
+    }
     Options options;
     CLI::App app{"Stands in for the application-store daemon on the session bus.",
                  "emporium-simulator"};
@@ -239,8 +249,8 @@ std::optional<Options> ParseOptions(const Arguments& arguments)
     const auto end = EndOfOptions(app, arguments);
     try {
         app.parse(ReversedForParsing(arguments.begin(), end));
-    } catch (const CLI::Success& help) {
-        app.exit(help);
+    } catch (const CLI::Success&) {
+        Print(app.help());
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());

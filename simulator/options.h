@@ -30,6 +30,7 @@ struct Options
     double speed = 1.0;
     bool paused = false;
     bool check = false;
+    bool verbose = false;
     std::optional<unsigned> packages;
     unsigned dictionaryEntries = 0;
     bool privateBus = false;
@@ -39,7 +40,7 @@ struct Options
     PackageFile package;
 };
 
-/// Returns the options, or nothing after printing the help.
+/// Returns the options, or nothing after printing the help or the version.
 /// @param arguments without the program's name
 /// @throws UsageError
 std::optional<Options> ParseOptions(const std::vector<std::string>& arguments);

@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "text/printable.h"
+
 #include <iostream>
 #include <string>
+#include <string_view>
 
 namespace Simulator {
 
-/// Writes the line to standard error unchanged. g_printerr() would replace characters that the locale
-/// cannot show, such as a letter in a path.
-inline void PrintError(const std::string& text)
+/// Writes the line to standard error, with the program's name, so that it cannot control a terminal.
+/// g_printerr() would also replace letters that the locale cannot show, such as those in a path.
+inline void PrintError(std::string_view text)
 {
-    std::cerr << "emporium-simulator: " << text << '\n';
+    std::cerr << "emporium-simulator: " + Text::Printable(text) + "\n";
 }
 
 } // namespace Simulator

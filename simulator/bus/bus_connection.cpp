@@ -2,6 +2,7 @@
 #include "simulator/bus/bus_connection.h"
 
 #include "simulator/bus/bus_error.h"
+#include "simulator/trace.h"
 
 namespace Simulator {
 
@@ -84,6 +85,7 @@ void BusConnection::Emit(const SignalAddress& address, const Variant& body, unsi
         throw BusError::InvalidArguments("not a signal: " + address.name);
     }
     for (unsigned i = 0; i < count; ++i) {
+        Trace::Print("signal", address.name, body.Get());
         ErrorSlot error;
         if (g_dbus_connection_emit_signal(Get(), nullptr, address.path.c_str(),
                                           address.interface.c_str(), address.name.c_str(),

@@ -24,3 +24,8 @@ $c -l architecture -x -d 'Its architecture'
 $c -l developer -x -d 'ID of its developer certificate'
 $c -l subgroup -x -d 'Subgroup of its developer certificate'
 $c -l payload -x -d 'Its payload size in bytes'
+$c -l verbose -d 'Print each call and signal'
+$c -n 'test (count (commandline -opc)) -eq 1' -a ctl -d 'Call a verb of a running simulator'
+$c -n 'test (count (commandline -opc)) -eq 2; and test (commandline -opc)[2] = ctl' -a "FailCall DelayReply SetReply QueueSignal ExitDuring Calls DropProperty SetProperty RestoreProperty EmitSignal EmitSignalFrom Vanish Return FailOperation AddPackage RemovePackage AddActiveOperation AddCompletedOperation Reset StartReplay WaitForCall WaitForStatus WaitForClient"
+$c -n 'test (count (commandline -opc)) -eq 3; and test (commandline -opc)[2] = ctl' -a "GetAllProperties Install Remove Start Restart"
+$c -n 'contains -- --private-bus (commandline -opc); and contains -- -- (commandline -opc)' -a '(__fish_complete_subcommand --fcs-skip=3)'

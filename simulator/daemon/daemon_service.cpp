@@ -7,6 +7,7 @@
 #include "simulator/introspection.h"
 #include "simulator/print_error.h"
 #include "simulator/timer.h"
+#include "simulator/trace.h"
 
 #include <map>
 #include <memory>
@@ -40,6 +41,9 @@ Variant OperationList(const std::vector<Operation>& operations)
 // differs from the introspection data.
 void Send(GDBusConnection* connection, GDBusMessage* message)
 {
+    const char* name = g_dbus_message_get_error_name(message);
+    Trace::Print(name != nullptr ? "error" : "reply", name != nullptr ? name : "",
+                 g_dbus_message_get_body(message));
     ErrorSlot error;
     if (g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        &error) == FALSE) {
@@ -65,6 +69,7 @@ void DaemonService::Call(const char* method, GVariant* arguments, GDBusMethodInv
     const ObjectPtr<GDBusMethodInvocation> owned(invocation);
     MethodScript& script = m_faults.methods[method];
     ++script.calls;
+    Trace::Print("call", method, arguments);
     script.lastArgument = FirstString(arguments);
     if (script.exits) {
         m_exit();

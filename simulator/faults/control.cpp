@@ -7,6 +7,7 @@
 #include "simulator/faults/verb_arguments.h"
 #include "simulator/introspection.h"
 #include "simulator/print_error.h"
+#include "simulator/trace.h"
 
 #include <algorithm>
 #include <iterator>
@@ -65,6 +66,7 @@ Control::Handler Control::HandlerOf(std::string_view verb)
 Variant Control::Perform(const std::string& verb, GVariant* arguments)
 {
     CheckArguments(verb, arguments);
+    Trace::Print("verb", verb, arguments);
     return (this->*HandlerOf(verb))(arguments);
 }
 
