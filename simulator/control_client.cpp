@@ -41,7 +41,7 @@ const VerbShape& ShapeOf(const std::string& verb)
         std::find_if(std::begin(ControlContract::allVerbs), std::end(ControlContract::allVerbs),
                      [&verb](const VerbShape& other) { return other.name == verb; });
     if (shape == std::end(ControlContract::allVerbs)) {
-        throw UsageError("unknown verb " + verb);
+        throw UsageError(UnknownVerb(verb));
     }
     return *shape;
 }

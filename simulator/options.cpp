@@ -3,6 +3,7 @@
 
 #include "simulator/files/text_file.h"
 #include "simulator/output.h"
+#include "simulator/suggestion.h"
 
 #include <CLI/CLI.hpp>
 
@@ -196,6 +197,26 @@ Arguments::const_iterator EndOfOptions(const CLI::App& app, const Arguments& arg
     return argument;
 }
 
+// CLI11 does not name the option that was probably meant.
+void RequireKnownOptions(const CLI::App& app, Arguments::const_iterator argument,
+                         Arguments::const_iterator end)
+{
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        names.push_back(option->get_name());
+    }
+    while (argument < end) {
+        const std::string name = argument->substr(0, argument->find('='));
+        const CLI::Option* const option = app.get_option_no_throw(name);
+        if (option == nullptr) {
+            throw UsageError("unknown option " + name + Suggestion(name, names));
+        }
+        const bool valueFollows =
+            option->get_items_expected_min() > 0 && name.size() == argument->size();
+        argument += valueFollows ? std::min<std::ptrdiff_t>(2, end - argument) : 1;
+    }
+}
+
 /// Reverses the arguments, as CLI11 expects them, and splits "--option=" into "--option" and an empty
 /// value: CLI11 would take the next argument for the value.
 Arguments ReversedForParsing(Arguments::const_iterator begin, Arguments::const_iterator end)
@@ -222,7 +243,8 @@ std::string Shell()
 void Check(const Options& options)
 {
     if (!options.privateBus && !options.command.empty()) {
-        throw UsageError("unexpected argument: " + options.command.front());
+        const std::string& argument = options.command.front();
+        throw UsageError("unexpected argument: " + argument + Suggestion(argument, {"ctl"}));
     }
     if (!(options.speed > 0.0 && options.speed < 1e9)) {
         throw UsageError("--speed takes a number greater than 0");
@@ -247,6 +269,7 @@ std::optional<Options> ParseOptions(const Arguments& arguments)
     app.footer(footer);
 
     const auto end = EndOfOptions(app, arguments);
+    RequireKnownOptions(app, arguments.begin(), end);
     try {
         app.parse(ReversedForParsing(arguments.begin(), end));
     } catch (const CLI::Success&) {

@@ -5,12 +5,14 @@
 #include "simulator/faults/control_contract.h"
 #include "simulator/glib_ptr.h"
 #include "simulator/introspection.h"
+#include "simulator/suggestion.h"
 
 #include <algorithm>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 namespace Simulator {
 
@@ -183,6 +185,15 @@ void RequireErrorCode(GVariant* arguments)
 
 } // namespace
 
+std::string UnknownVerb(const std::string& verb)
+{
+    std::vector<std::string> names = {"Wait"}; // of scenarios
+    for (const VerbShape& shape : ControlContract::allVerbs) {
+        names.emplace_back(shape.name);
+    }
+    return "unknown verb " + verb + Suggestion(verb, names);
+}
+
 Variant ParseArguments(const std::string& verb, const std::string& text)
 {
     RequireCodePoints(text);
@@ -190,7 +201,7 @@ Variant ParseArguments(const std::string& verb, const std::string& text)
         std::find_if(std::begin(ControlContract::allVerbs), std::end(ControlContract::allVerbs),
                      [&verb](const VerbShape& other) { return other.name == verb; });
     if (shape == std::end(ControlContract::allVerbs)) {
-        throw std::invalid_argument("unknown verb " + verb);
+        throw std::invalid_argument(UnknownVerb(verb));
     }
     ErrorSlot error;
     if (Variant arguments = Parse(shape->arguments, text, error)) {

@@ -14,6 +14,9 @@ namespace Simulator {
 /// @throws std::invalid_argument with the reason; also if there is no such verb
 Variant ParseArguments(const std::string& verb, const std::string& text);
 
+/// The message about a verb that does not exist.
+std::string UnknownVerb(const std::string& verb);
+
 /// Checks everything that can be checked before a verb is executed: names, bodies, error codes.
 /// @throws BusError
 void CheckArguments(const std::string& verb, GVariant* arguments);

@@ -121,6 +121,24 @@ class Output(SimulatorTest):
                      "error org.velmora.KVD.Error.PackageNotExist ('The package does not exist',)"):
             self.assertIn("emporium-simulator: " + line, lines)
 
+    def test_the_name_that_was_probably_meant_is_suggested(self):
+        for arguments, name in ((["--catalog", "x"], "--catalogue"), (["--privatebus"], "--private-bus"),
+                                (["--stpes=1"], "--steps"), (["ctrl"], "ctl"), (["ctl", "failcall"], "FailCall"),
+                                (["--do", "WaitForcal 'Start'"], "WaitForCall")):
+            with self.subTest(arguments):
+                run = self.simulator(*arguments)
+                self.assertEqual(run.returncode, 2)
+                self.assertIn(f"; did you mean {name}?", run.stderr)
+        for arguments in (["--quite-different"], ["odd"], ["ctl", "Odd"], ["--" + "x" * 100]):
+            with self.subTest(arguments):
+                run = self.simulator(*arguments)
+                self.assertEqual(run.returncode, 2)
+                self.assertNotIn("did you mean", run.stderr)
+
+    def test_every_line_of_a_message_begins_with_the_name_of_the_program(self):
+        for line in self.simulator("--odd").stderr.splitlines():
+            self.assertTrue(line.startswith("emporium-simulator: "), line)
+
     def test_the_version_is_printed(self):
         run = self.simulator("--version")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
