@@ -9,6 +9,18 @@
 
 namespace {
 
+void CheckLists(const Simulator::Catalogue& lists)
+{
+    for (const Simulator::Package& package : lists.packages) {
+        Fuzz::RequireSendableRecord(package);
+    }
+    for (const auto* list : {&lists.active, &lists.completed}) {
+        for (const Simulator::Operation& operation : *list) {
+            Fuzz::RequireSendableRecord(operation);
+        }
+    }
+}
+
 void CheckEvent(const Simulator::RecordedEvent& event)
 {
     Fuzz::Require(event.offsetMilliseconds >= 0 && event.offsetMilliseconds < 1e13,
@@ -17,8 +29,10 @@ void CheckEvent(const Simulator::RecordedEvent& event)
         Fuzz::RequireSendableRecord(*operation);
     } else if (const auto* arrival = std::get_if<Simulator::PackageArrival>(&event.content)) {
         Fuzz::RequireSendableRecord(arrival->package);
-    } else {
-        Fuzz::RequireSendableRecord(std::get<Simulator::PackageRemoval>(event.content).id);
+    } else if (const auto* removal = std::get_if<Simulator::PackageRemoval>(&event.content)) {
+        Fuzz::RequireSendableRecord(removal->id);
+    } else if (const auto* back = std::get_if<Simulator::DaemonReturn>(&event.content)) {
+        CheckLists(back->lists);
     }
 }
 
@@ -32,14 +46,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     }
     Fuzz::RequireSendableRecord(recording->snapshot.architecture);
     Fuzz::RequireSendableRecord(recording->snapshot.version);
-    for (const Simulator::Package& package : recording->snapshot.packages) {
-        Fuzz::RequireSendableRecord(package);
-    }
-    for (const auto* list : {&recording->snapshot.active, &recording->snapshot.completed}) {
-        for (const Simulator::Operation& operation : *list) {
-            Fuzz::RequireSendableRecord(operation);
-        }
-    }
+    CheckLists(recording->snapshot);
     for (const Simulator::RecordedEvent& event : recording->events) {
         CheckEvent(event);
     }
