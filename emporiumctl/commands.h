@@ -3,6 +3,8 @@
 
 #include "emporiumctl/exit_status.h"
 #include "emporiumctl/output.h"
+#include "emporiumctl/session.h"
+#include "emporiumctl/table.h"
 
 #include <emporium/emporium.h>
 
@@ -17,6 +19,7 @@ struct ListOptions
     std::optional<std::string> developer;
     std::optional<std::string> subgroup;
     std::optional<std::string> filter;
+    TableLayout layout;
 };
 
 enum class WhichOperations
@@ -26,30 +29,53 @@ enum class WhichOperations
     Completed
 };
 
-struct WaitOptions
+struct OperationOptions
 {
+    Common::OperationType type{};
+    std::vector<std::string> targets;
     bool wait = true;
+    bool remote = false; ///< The daemon is on another host.
+};
+
+struct StatusOptions
+{
+    bool wait = false;
     unsigned limit = 0; ///< In seconds; 0: none.
 };
 
-// The commands of the program. The connection must be valid.
-ExitStatus List(const Emporium::DaemonConnection& connection, const Output& out,
-                const ListOptions& options);
-ExitStatus Info(const Emporium::DaemonConnection& connection, const Output& out,
-                const std::string& id);
-ExitStatus Operations(const Emporium::DaemonConnection& connection, const Output& out,
-                      WhichOperations which);
+struct WatchOptions
+{
+    std::vector<std::string> packages; ///< Empty: all, and events without a package.
+    std::vector<std::string> events;   ///< Empty: all.
+    bool timestamps = false;
+};
+
+struct RecordOptions
+{
+    std::string path; ///< "-": standard output.
+    bool force = false;
+};
+
+// The commands of the program. Except for Status(), the session must be connected to the daemon.
+ExitStatus List(Session& session, Output& out, const ListOptions& options);
+ExitStatus Info(Session& session, Output& out, const std::string& id);
+ExitStatus Operations(Session& session, Output& out, WhichOperations which,
+                      const TableLayout& layout);
 /// Creates an operation for each target and, if the options say so, waits until all have ended.
-ExitStatus RunOperations(const Emporium::DaemonConnection& connection, const Output& out,
-                         Common::OperationType type, const std::vector<std::string>& targets,
-                         const WaitOptions& options);
-ExitStatus Start(const Emporium::DaemonConnection& connection, const std::string& id);
-ExitStatus Restart(const Emporium::DaemonConnection& connection, const std::string& id);
-ExitStatus Watch(const Emporium::DaemonConnection& connection, const Output& out);
-ExitStatus Status(const Emporium::DaemonConnection& connection, const Output& out);
-ExitStatus Record(const Emporium::DaemonConnection& connection, const std::string& path);
+ExitStatus RunOperations(Session& session, Output& out, const OperationOptions& options);
+ExitStatus WaitForOperations(Session& session, Output& out, const std::vector<std::string>& uuids);
+ExitStatus Start(Session& session, Output& out, const std::string& id);
+ExitStatus Restart(Session& session, Output& out, const std::string& id);
+ExitStatus Watch(Session& session, Output& out, const WatchOptions& options);
+ExitStatus Record(Session& session, Output& out, const RecordOptions& options);
+ExitStatus Status(Session& session, Output& out, const StatusOptions& options);
 
 /// Prints all error codes, or the one with this number, short name or bus name.
-ExitStatus Errors(const Output& out, const std::string& wanted);
+ExitStatus Errors(Output& out, const std::string& wanted);
+
+/// The columns of the tables, as the options name them.
+inline const std::vector<std::string> packageColumns{"id", "version", "developer", "subgroup"};
+inline const std::vector<std::string> operationColumns{"uuid", "type", "package", "status",
+                                                       "error"};
 
 } // namespace EmporiumCtl

@@ -7,10 +7,10 @@ namespace EmporiumCtl {
 enum class ExitStatus : int
 {
     Done = 0,
-    Failed = 1,      ///< The operation or command failed.
-    Usage = 2,       ///< The command line was wrong.
-    NoDaemon = 3,    ///< There is no session bus, or no daemon on it.
-    Interrupted = 4, ///< Timeout or Ctrl-C; the operation continues.
+    Failed = 1,   ///< Failed or refused, or the output could not be written.
+    Usage = 2,    ///< The command line was wrong.
+    NoDaemon = 3, ///< There is no session bus, or no daemon on it.
+    NotKnown = 4, ///< The outcome is not known: time-out, interrupted, or the daemon vanished.
 };
 
 } // namespace EmporiumCtl

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "emporiumctl/json.h"
 
+#include "text/printable.h"
+
 namespace EmporiumCtl {
 
 Json ToJson(const Emporium::Package& package)
@@ -30,9 +32,25 @@ Json EventToJson(const char* name, const Emporium::Operation& operation)
     return {{"event", name}, {"operation", ToJson(operation)}};
 }
 
+Json ToJson(const Snapshot& snapshot)
+{
+    return {{"architecture", snapshot.architecture},
+            {"version", snapshot.version},
+            {"packages", ToJson(snapshot.packages)},
+            {"active", ToJson(snapshot.active)},
+            {"completed", ToJson(snapshot.completed)}};
+}
+
+Json ToJson(const CallError& error)
+{
+    return {{"code", error.code ? Json(*error.code) : Json()},
+            {"name", error.name.empty() ? Json() : Json(error.name)},
+            {"message", error.message}};
+}
+
 std::string Line(const Json& document)
 {
-    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return Text::PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 } // namespace EmporiumCtl

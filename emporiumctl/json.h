@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "emporiumctl/call_error.h"
+#include "emporiumctl/snapshot.h"
+
 #include <emporium/emporium.h>
 
 #include <nlohmann/json.hpp>
@@ -26,11 +29,15 @@ Json ToJson(const std::vector<T>& items)
     return list;
 }
 
+Json ToJson(const Snapshot& snapshot);
+Json ToJson(const CallError& error);
+
 /// An event as `watch --json` prints it and `record` writes it, without its time.
 Json EventToJson(const char* name, const Emporium::Package& package);
 Json EventToJson(const char* name, const Emporium::Operation& operation);
 
-/// The document on one line. Invalid UTF-8 is replaced: JSON readers would refuse it.
+/// The document on one line, with escapes for what is not printable. Invalid UTF-8 is replaced: JSON
+/// readers would refuse it.
 std::string Line(const Json& document);
 
 } // namespace EmporiumCtl

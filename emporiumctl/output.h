@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <emporium/emporium.h>
+#include "emporiumctl/descriptor_writer.h"
+#include "emporiumctl/json.h"
 
 #include <cstddef>
-#include <iosfwd>
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace EmporiumCtl {
 
@@ -18,40 +18,64 @@ enum class Colour
     Red
 };
 
-/// The program's output and its form: JSON for programs, or text for people. On a terminal, text fits
-/// the width, has colours unless NO_COLOR is set, and may be redrawn.
-struct Output
+enum class ColourMode
 {
-    std::ostream& stream;
-    bool json = false;
-    bool terminal = false;
-    bool coloured = false;
-    std::size_t columns = 0; ///< 0 if lines may have any length.
-
-    /// The text in this colour, or unchanged without colours.
-    std::string Paint(Colour colour, const std::string& text) const;
-
-    /// The text, cut to the width of the terminal.
-    std::string Fit(const std::string& text) const;
+    Auto, ///< On a terminal, unless NO_COLOR is set.
+    Always,
+    Never
 };
 
-/// Returns the program's own standard output and redirects descriptor 1 to standard error: the
-/// library writes its log lines to descriptor 1, where they would end up in the middle of a table.
-Output TakeOverStandardOutput(bool json);
+/// What standard output is wanted to be.
+struct OutputStyle
+{
+    bool json = false;
+    bool quiet = false;
+    ColourMode colour = ColourMode::Auto;
+};
 
-/// Text from the daemon with control characters written as \xNN.
-std::string Printable(const std::string& text);
+struct WindowSize
+{
+    std::size_t rows = 24;
+    std::size_t columns = 80;
+    bool operator==(const WindowSize&) const = default;
+};
 
-/// Prints rows in columns as wide as their widest entry, or narrower to fit the terminal. The first row
-/// is the heading.
-void PrintTable(const Output& out, const std::vector<std::vector<std::string>>& rows);
+/// Standard output: JSON for programs, or text for people. Everything that is printed is made printable
+/// here. A failure to write is kept, and everything after it is dropped.
+class Output
+{
+public:
+    explicit Output(const OutputStyle& style);
 
-std::string NameOf(Common::OperationType type);
+    bool Json() const { return m_style.json; }
+    bool Quiet() const { return m_style.quiet; }
+    /// True if text is shown on a terminal.
+    bool OnTerminal() const { return m_onTerminal; }
+    /// True if lines can be replaced by others.
+    bool CanRedraw() const { return m_canRedraw; }
+    WindowSize Window() const;
 
-/// "succeeded", "failed", or the number that the daemon sent.
-std::string NameOf(Common::OperationStatus status);
+    /// A line of text.
+    void Line(std::string_view text, Colour colour = Colour::None);
+    /// A JSON document on a line.
+    void Document(const EmporiumCtl::Json& document);
+    /// Control characters for the terminal.
+    void Control(std::string_view sequence) { m_writer.Append(sequence); }
 
-/// The short name and the message of an error code.
-std::string Describe(Common::ErrorCode code);
+    bool Flush() { return m_writer.Flush(); }
+    bool Finish() { return m_writer.Finish(); }
+    bool Good() const { return m_writer.Good(); }
+    std::string Error() const { return m_writer.Error(); }
+
+private:
+    OutputStyle m_style;
+    bool m_onTerminal;
+    bool m_canRedraw;
+    bool m_coloured;
+    DescriptorWriter m_writer;
+};
+
+/// Writes a message with the program's name to standard error.
+void Complain(std::string_view message);
 
 } // namespace EmporiumCtl

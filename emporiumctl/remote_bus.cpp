@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "emporiumctl/remote_bus.h"
+
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace EmporiumCtl {
+namespace {
+
+/// As the values in a bus address are written.
+std::string AddressValue(std::string_view text)
+{
+    std::string value;
+    for (const char letter : text) {
+        const auto byte = static_cast<unsigned char>(letter);
+        if (std::isalnum(byte) != 0 ||
+            std::string_view("-_/.").find(letter) != std::string_view::npos) {
+            value += letter;
+        } else {
+            std::array<char, 4> escape{};
+            std::snprintf(escape.data(), escape.size(), "%%%02x", byte);
+            value += escape.data();
+        }
+    }
+    return value;
+}
+
+} // namespace
+
+void UseBusOf(const std::string& host)
+{
+    // -x and -T: no X11 forwarding, no terminal, because the bus protocol is binary.
+    const std::string address = "unixexec:path=ssh,argv1=-xT,argv2=--,argv3=" + AddressValue(host) +
+                                ",argv4=systemd-stdio-bridge,argv5=--user";
+    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    // The cache of this application is about this machine's operations.
+    unsetenv("VEYRA_APP_ID");
+}
+
+} // namespace EmporiumCtl

@@ -1,0 +1,262 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""emporiumctl never waits for something that cannot come."""
+
+import json
+import os
+import re
+import signal
+import subprocess
+
+from program_fixture import ProgramTest, main, until
+
+UUID = r"[0-9a-f]{8}-[0-9a-f-]{27}"
+NOTES = "com.sample.notes"
+
+
+class WaitingTest(ProgramTest):
+    # No operation ends by itself.
+    simulator_options = ["--step-ms", "100000"]
+
+    def start_removal(self, *options):
+        """A program that waits for an operation, and the operation's UUID."""
+        program = self.start("remove", NOTES, *options)
+        uuid = program.until_output(UUID)[0]
+        return program, uuid
+
+    def end_operation(self, uuid, status=100, error=0):
+        self.emit("OperationStatusChanged", f"(('{uuid}', '{NOTES}', 2, {status}, {error}),)")
+
+    def vanish(self, program):
+        self.tell("Vanish", 0)
+        program.until_error("the application-store daemon has vanished")
+
+    def test_a_daemon_that_returns_with_the_operation_is_followed_to_its_end(self):
+        self.start_daemon()
+        program, uuid = self.start_removal()
+        self.vanish(program)
+        self.tell("Return")
+        program.until_error("is back")
+        self.until_called("GetAllProperties", 2)
+        self.end_operation(uuid)
+        self.ends(program, 0)
+        self.assertIn(f"remove {NOTES}: succeeded", program.output())
+
+    def test_an_operation_that_ended_while_the_daemon_was_away_is_reported(self):
+        for status, error, wanted in ((100, 0, 0), (101, 28, 1)):
+            with self.subTest(status=status):
+                self.start_daemon()
+                program, uuid = self.start_removal()
+                self.vanish(program)
+                self.tell("AddCompletedOperation", f"('{uuid}', '{NOTES}', 2, {status}, {error})",
+                          "false")
+                self.tell("Return")
+                self.ends(program, wanted)
+                self.assertRegex(program.output(), "succeeded|failed \\(FileConflict")
+
+    def test_the_outcome_of_an_operation_that_a_new_daemon_does_not_know_is_not_known(self):
+        self.start_daemon()
+        program, uuid = self.start_removal()
+        self.vanish(program)
+        self.tell("Reset")
+        self.tell("Return")
+        self.ends(program, 4)
+        self.assertIn(f"{NOTES}: the outcome is not known ({uuid}): the daemon does not know",
+                      program.errors())
+
+    def test_a_daemon_that_does_not_return_is_waited_for_until_the_time_out(self):
+        self.start_daemon()
+        program, uuid = self.start_removal("--timeout", "3", "--json")
+        self.tell("Vanish", 0)
+        self.ends(program, 4)
+        events = [json.loads(line) for line in program.output().splitlines()]
+        self.assertIn({"event": "DaemonVanished"}, events)
+        self.assertEqual(events[-1], {"event": "NotKnown", "target": NOTES, "uuid": uuid,
+                                      "message": "the time-out of 3 s has expired"})
+
+    def test_a_lost_bus_ends_every_waiting_command(self):
+        for arguments in (["remove", NOTES], ["watch"], ["record", self.file("recording")]):
+            with self.subTest(arguments=arguments):
+                self.start_daemon()
+                program = self.start(*arguments)
+                self.until_called("GetAllProperties")
+                if arguments[0] == "remove":
+                    program.until_output(UUID)
+                self.kill_bus()
+                self.ends(program, 3)
+                self.assertIn("the bus is lost", program.errors())
+
+    def test_a_reply_that_already_says_the_end_ends_the_waiting(self):
+        self.start_daemon()
+        self.tell("SetReply", "Remove", "(('u', 'p', 2, 100, 0),)")
+        self.assertIn("remove p: succeeded", self.succeeds("remove", "p"))
+        self.tell("SetReply", "Remove", "(('v', 'p', 2, 101, 28),)")
+        run = self.ctl("remove", "p")
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("failed (FileConflict", run.stdout)
+
+    def test_a_reply_without_a_uuid_cannot_be_followed(self):
+        self.start_daemon()
+        for body in ("(('', 'p', 2, 0, 0),)", "()"):
+            self.tell("SetReply", "Remove", body)
+            run = self.ctl("remove", "p")
+            self.assertEqual(run.returncode, 4)
+            self.assertIn("p: the outcome is not known: the daemon's reply names no operation",
+                          run.stderr)
+
+    def test_the_operation_of_a_call_without_a_reply_is_found_in_a_new_snapshot(self):
+        self.start_daemon()
+        self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
+        self.tell("DelayReply", "Remove", 100000)
+        program, uuid = self.start_removal()
+        self.end_operation(uuid)
+        self.ends(program, 0)
+
+    def test_the_outcome_of_a_call_without_a_reply_is_not_known_otherwise(self):
+        self.start_daemon()
+        self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
+        self.tell("DelayReply", "Remove", 100000)
+        self.tell("FailCall", "Remove", 1, "FileConflict", "")
+        run = self.ctl("remove", NOTES)
+        self.assertEqual(run.returncode, 4, run.stderr)
+        self.assertIn(f"{NOTES}: the outcome is not known: the daemon has not replied", run.stderr)
+        self.tell("DelayReply", "Start", 100000)
+        run = self.ctl("start", NOTES)
+        self.assertEqual(run.returncode, 4, run.stderr)
+        self.assertIn("the outcome is not known", run.stderr)
+
+    def test_a_daemon_that_dies_during_a_call_leaves_the_outcome_unknown(self):
+        for command in ("remove", "start"):
+            with self.subTest(command=command):
+                self.start_daemon()
+                self.tell("ExitDuring", command.capitalize())
+                run = self.ctl(command, NOTES, "--timeout", "3")
+                self.assertEqual(run.returncode, 4, run.stderr)
+                self.assertIn(f"{NOTES}: the outcome is not known", run.stderr)
+
+    def test_signals_end_a_blocking_call_with_the_documented_status(self):
+        self.start_daemon()
+        for method, arguments in (("GetAllProperties", ["list"]), ("Start", ["start", NOTES]),
+                                  ("Remove", ["remove", NOTES, "com.sample.weather"])):
+            self.tell("DelayReply", method, 100000)
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+                with self.subTest(method=method, number=number):
+                    before = self.calls(method)
+                    program = self.start(*arguments)
+                    self.until_called(method, before + 1)
+                    program.signal(number)
+                    self.ends(program, 4)
+                    self.assertIn("interrupted", program.errors())
+            self.tell("DelayReply", method, 0)
+        self.assertIn("com.sample.weather: not requested", program.errors())
+
+    def test_the_time_out_covers_calls(self):
+        self.start_daemon()
+        self.tell("DelayReply", "GetAllProperties", 100000)
+        run = self.ctl("list", "--timeout", "1")
+        self.assertEqual(run.returncode, 4)
+        self.assertIn("the time-out of 1 s has expired before the daemon answered", run.stderr)
+
+    def test_an_interrupted_call_keeps_the_cached_operations(self):
+        self.start_daemon()
+        self.tell("AddCompletedOperation", "('kept', 'p', 0, 100, 0)", "false")
+        self.succeeds("operations")
+        self.tell("Reset")
+        self.tell("DelayReply", "Start", 100000)
+        program = self.start("start", NOTES)
+        self.until_called("Start")
+        program.signal(signal.SIGTERM)
+        self.ends(program, 4)
+        self.assertIn("kept", self.succeeds("operations"))
+
+    def test_signals_end_the_waiting_and_the_operation_goes_on(self):
+        self.start_daemon()
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number=number):
+                program, uuid = self.start_removal()
+                program.signal(number)
+                self.ends(program, 4)
+                self.assertIn(f"The operation goes on: {uuid}", program.output())
+
+    def test_sighup_is_ignored_under_nohup(self):
+        self.start_daemon()
+        program = self.start("remove", NOTES, preexec_fn=lambda: signal.signal(signal.SIGHUP,
+                                                                               signal.SIG_IGN))
+        uuid = program.until_output(UUID)[0]
+        program.signal(signal.SIGHUP)
+        self.end_operation(uuid)
+        self.ends(program, 0)
+
+    def test_a_second_ctrl_c_ends_the_program_at_once(self):
+        self.start_daemon()
+        reader, writer = os.pipe()
+        program = self.start("watch", stdout=writer)
+        os.close(writer)
+        self.until_called("GetAllProperties")
+        self.emit("PackageRemoved", f"('{NOTES}',)")
+        self.emit("OperationStatusChanged", "(('u', 'p', 0, 50, 0),)", 20000)
+        # The program is blocked in a write to a pipe that nobody reads.
+        until(lambda: "pipe" in self.wait_channel(program) or self.is_writing(program),
+              "a blocked write")
+        program.signal(signal.SIGINT)
+        self.assertRaises(subprocess.TimeoutExpired, program.process.wait, 0.5)
+        program.signal(signal.SIGINT)
+        self.ends(program, 4)
+        os.close(reader)
+
+    def wait_channel(self, program):
+        try:
+            with open(f"/proc/{program.process.pid}/wchan", encoding="ascii") as file:
+                return file.read()
+        except OSError:
+            return ""
+
+    def is_writing(self, program):
+        try:
+            with open(f"/proc/{program.process.pid}/syscall", encoding="ascii") as file:
+                return re.match(r"(1|64) 0x1 ", file.read())
+        except OSError:
+            return False
+
+
+class EventsTest(ProgramTest):
+    def test_watch_tells_when_the_daemon_vanishes_and_appears(self):
+        self.start_daemon()
+        text = self.start("watch")
+        document = self.start("watch", "--json")
+        self.until_called("GetAllProperties", 2)
+        self.tell("Vanish", 0)
+        text.until_output("DaemonVanished\n")
+        document.until_output("DaemonVanished.*\n")
+        self.tell("RemovePackage", NOTES, "false")
+        self.tell("Return")
+        text.until_output("DaemonAppeared\n")
+        document.until_output("DaemonAppeared.*\n")
+        for program in (text, document):
+            program.signal(signal.SIGINT)
+            self.ends(program, 0)
+        self.assertEqual(text.output(), "DaemonVanished\nDaemonAppeared\n")
+        vanished, appeared = map(json.loads, document.output().splitlines())
+        self.assertEqual(vanished, {"event": "DaemonVanished"})
+        ids = [package["id"] for package in appeared["snapshot"]["packages"]]
+        self.assertIn("com.sample.weather", ids)
+        self.assertNotIn(NOTES, ids)
+
+    def test_a_recording_has_the_snapshot_of_a_daemon_that_returns(self):
+        self.start_daemon()
+        path = self.file("recording")
+        program = self.start("record", path)
+        self.until_called("GetAllProperties")
+        self.tell("Vanish", 0)
+        until(lambda: "DaemonVanished" in self.content(path))
+        self.tell("Return")
+        until(lambda: "DaemonAppeared" in self.content(path))
+        program.signal(signal.SIGINT)
+        self.ends(program, 0)
+        with open(path, encoding="utf-8") as file:
+            lines = [json.loads(line) for line in file]
+        self.assertEqual([line.get("event") for line in lines],
+                         [None, "DaemonVanished", "DaemonAppeared"])
+        self.assertEqual(len(lines[2]["snapshot"]["packages"]), len(lines[0]["packages"]))
+
+
+main()
