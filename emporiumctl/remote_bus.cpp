@@ -10,6 +10,12 @@
 namespace EmporiumCtl {
 namespace {
 
+/// What ssh runs, in quotes because the user's shell there reads it. Not every version of the bridge
+/// finds the user's bus by itself, so its address is given, with the usual one as default.
+constexpr std::string_view bridge =
+    R"('exec systemd-stdio-bridge --user --bus-path="${DBUS_SESSION_BUS_ADDRESS:-)"
+    R"(unix:path=${XDG_RUNTIME_DIR:-/run/user/$(id -u)}/bus}"')";
+
 /// As the values in a bus address are written.
 std::string AddressValue(std::string_view text)
 {
@@ -34,7 +40,7 @@ void UseBusOf(const std::string& host)
 {
     // -x and -T: no X11 forwarding, no terminal, because the bus protocol is binary.
     const std::string address = "unixexec:path=ssh,argv1=-xT,argv2=--,argv3=" + AddressValue(host) +
-                                ",argv4=systemd-stdio-bridge,argv5=--user";
+                                ",argv4=sh,argv5=-c,argv6=" + AddressValue(bridge);
     setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
     // The cache of this application is about this machine's operations.
     unsetenv("VEYRA_APP_ID");
