@@ -61,6 +61,7 @@ void OperationFollower::Create(Common::OperationType type, const std::vector<std
         task.type = type;
         task.target = target;
     }
+    m_session.Settle();
     for (Task& task : m_tasks) {
         if (m_session.Interrupted()) {
             return;

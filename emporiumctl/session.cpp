@@ -64,9 +64,6 @@ std::optional<Failure> Session::ConnectToBus()
     }
     m_loadFailure = LoadFailure(errors);
     m_watch.emplace([this](DaemonState state) { m_changes.push_back(state); });
-    // The bus library gives up requests whose replies it has not delivered in time, which a blocking
-    // call would prevent.
-    Settle();
     return {};
 }
 

@@ -47,7 +47,8 @@ public:
 
     /// Waits for anything to happen and delivers it.
     void Iterate();
-    /// Delivers what has happened already.
+    /// Delivers what has happened already. Must precede long calls: the bus library closes the
+    /// connection if it cannot deliver the replies to its own requests in time.
     void Settle();
     bool Interrupted() const { return m_interruption.Happened(); }
     const Interruption& TheInterruption() const { return m_interruption; }
