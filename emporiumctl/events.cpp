@@ -94,7 +94,8 @@ void EventStream::OnDaemonState(DaemonState state)
             m_onEvent({"DaemonVanished", {}});
         }
     } else if (m_daemonAbsent) {
-        auto loaded = m_session.Call([] {}, [this] { return m_session.Reload(); });
+        auto loaded = m_session.Call([this] { Complain(m_session.TheInterruption().Reason()); },
+                                     [this] { return m_session.Reload(); });
         const auto* failure = std::get_if<Failure>(&loaded);
         // It has vanished again, and the next change tells so.
         if (failure == nullptr || failure->status != ExitStatus::NoDaemon) {

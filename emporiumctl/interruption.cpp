@@ -137,7 +137,7 @@ void Interruption::Watch()
         const int ready = poll(&readable, 1, MillisecondsLeft());
         char what = stop;
         if (ready == 0) {
-            Happen("the time-out of " + std::to_string(m_timeout->count()) + " s has expired");
+            OnTimeout();
         } else if (ready > 0 && read(channel[0], &what, 1) == 1) {
             if (what == stop) {
                 return;
@@ -156,6 +156,14 @@ int Interruption::MillisecondsLeft() const
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(m_begin + *m_timeout - Clock::now());
     return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+}
+
+void Interruption::OnTimeout()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_timeout) {
+        Happen("the time-out of " + std::to_string(m_timeout->count()) + " s has expired");
+    }
 }
 
 void Interruption::OnSignal(char number)

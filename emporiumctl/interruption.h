@@ -50,6 +50,7 @@ private:
 
     void Watch();
     int MillisecondsLeft() const;
+    void OnTimeout();
     void OnSignal(char number);
     void Happen(const std::string& reason);
     [[noreturn]] void EndProcess();

@@ -22,13 +22,13 @@ void JsonProgress::Refused(const Task& task, const CallError& error)
 void JsonProgress::Changed(const Task& task)
 {
     if (!m_out.Quiet()) {
-        Print(EventToJson("OperationStatusChanged", *task.last));
+        Print(EventToJson("OperationStatusChanged", task.last));
     }
 }
 
 void JsonProgress::Ended(const Task& task)
 {
-    Print(EventToJson("OperationStatusChanged", *task.last));
+    Print(EventToJson("OperationStatusChanged", task.last));
 }
 
 void JsonProgress::NotKnown(const Task& task, const std::string& reason)

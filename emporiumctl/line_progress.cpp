@@ -21,16 +21,16 @@ void LineProgress::Refused(const Task& task, const CallError& error)
 void LineProgress::Changed(const Task& task)
 {
     if (!m_out.Quiet()) {
-        Print(Describe(*task.last), Colour::None);
+        Print(Describe(task.last), Colour::None);
     }
 }
 
 void LineProgress::Ended(const Task& task)
 {
     if (task.Failed()) {
-        m_out.Quiet() ? PrintError(Describe(*task.last)) : Print(Describe(*task.last), Colour::Red);
+        m_out.Quiet() ? PrintError(Describe(task.last)) : Print(Describe(task.last), Colour::Red);
     } else if (!m_out.Quiet()) {
-        Print(Describe(*task.last), Colour::Green);
+        Print(Describe(task.last), Colour::Green);
     }
 }
 

@@ -37,7 +37,7 @@ void LiveProgress::Changed(const Task& task)
 
 void LiveProgress::Ended(const Task& task)
 {
-    Print(Elapsed(task) + Describe(*task.last), task.Failed() ? Colour::Red : Colour::Green);
+    Print(Elapsed(task) + Describe(task.last), task.Failed() ? Colour::Red : Colour::Green);
 }
 
 void LiveProgress::Refresh(const std::vector<Task>& tasks)
@@ -72,7 +72,7 @@ std::vector<std::string> LiveProgress::Lines(const std::vector<Task>& tasks,
     for (const Task& task : tasks) {
         if (task.Awaited() && lines.size() < shown) {
             const std::string text =
-                task.last ? Describe(*task.last) : NameOf(task.type) + ' ' + task.target;
+                task.described ? Describe(task.last) : NameOf(task.type) + ' ' + task.target;
             lines.push_back(Text::Shorten(Text::Printable(Elapsed(task) + text), window.columns));
         }
     }

@@ -143,6 +143,7 @@ void OperationFollower::Attach(const std::vector<std::string>& uuids)
 void OperationFollower::Update(Task& task, const Operation& operation)
 {
     task.last = operation;
+    task.described = true;
     task.type = operation.GetType();
     if (!IsFinished(operation.GetStatus())) {
         m_progress.Changed(task);

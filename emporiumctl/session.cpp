@@ -57,13 +57,15 @@ std::optional<Failure> Session::ConnectToBus()
     };
     LogLines& log = LogLines::Get();
     log.TakeErrors();
-    m_connection.emplace(Call(report, [] { return Emporium::GetDaemonConnection(); }));
+    m_connection = std::make_unique<DaemonConnection>(
+        Call(report, [] { return Emporium::GetDaemonConnection(); }));
     const std::vector<std::string> errors = log.TakeErrors();
     if (!*m_connection) {
         return FailureOf(ExitStatus::NoDaemon, "there is no session bus" + InParentheses(errors));
     }
     m_loadFailure = LoadFailure(errors);
-    m_watch.emplace([this](DaemonState state) { m_changes.push_back(state); });
+    m_watch = std::make_unique<Emporium::DaemonWatch>(
+        [this](DaemonState state) { m_changes.push_back(state); });
     return {};
 }
 

@@ -9,6 +9,8 @@
 #include <emporium/emporium.h>
 
 #include <deque>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
@@ -56,10 +58,10 @@ public:
 private:
     Output& m_out;
     Interruption& m_interruption;
-    std::optional<Emporium::DaemonConnection> m_connection;
+    std::unique_ptr<Emporium::DaemonConnection> m_connection;
     std::optional<Failure> m_loadFailure;
     std::deque<Emporium::DaemonState> m_changes;
-    std::optional<Emporium::DaemonWatch> m_watch;
+    std::unique_ptr<Emporium::DaemonWatch> m_watch;
 };
 
 /// The failure of a command whose bus is lost.

@@ -23,7 +23,7 @@ struct Task
     using Clock = std::chrono::steady_clock;
 
     bool Awaited() const { return state == State::Lost || state == State::Active; }
-    bool Failed() const { return last && last->GetStatus() == Common::OperationStatus::Failed; }
+    bool Failed() const { return last.GetStatus() == Common::OperationStatus::Failed; }
     int Seconds() const
     {
         const auto elapsed = (ended ? *ended : Clock::now()) - began;
@@ -34,7 +34,8 @@ struct Task
     std::string target;
     std::string uuid; ///< Empty while it is not known.
     State state = State::NotRequested;
-    std::optional<Emporium::Operation> last;
+    Emporium::Operation last; ///< As it was described last, if it was.
+    bool described = false;
     Clock::time_point began = Clock::now();
     std::optional<Clock::time_point> ended;
 };
