@@ -23,7 +23,7 @@ class CommandLineTest(ProgramTest):
                                   (["list", "--josn"], "there is no option '--josn'; did you mean '--json'?"),
                                   (["--timeot=5", "list"], "did you mean '--timeout'?"),
                                   (["list", "--fliter", "x"], "did you mean '--filter'?"),
-                                  (["--timeout", "5", "lits"], "did you mean 'list'?"),
+                                  (["--timeout", "5", "listt"], "did you mean 'list'?"),
                                   (["xyzzy"], "there is no command 'xyzzy' (see")):
             with self.subTest(arguments=arguments):
                 run = self.ctl(*arguments)
