@@ -2,8 +2,8 @@
 #include "emporiumctl/command_line.h"
 
 #include "emporiumctl/events.h"
-#include "emporiumctl/suggestion.h"
 #include "emporiumctl/version.h"
+#include "text/suggestion.h"
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -304,7 +304,7 @@ std::string CommandLine::Suggestion(const std::vector<std::string>& arguments) c
             const std::string name = argument.substr(0, argument.find('='));
             const std::vector<std::string> names = OptionNames(m_app, command);
             if (!Contains(names, name)) {
-                return "there is no option '" + name + "'" + DidYouMean(name, names);
+                return "there is no option '" + name + "'" + Text::DidYouMean(name, names);
             }
             const CLI::Option* const option = m_app.get_option_no_throw(name);
             const bool hasValue = option != nullptr && option->get_items_expected_min() > 0;
@@ -312,7 +312,7 @@ std::string CommandLine::Suggestion(const std::vector<std::string>& arguments) c
         } else if (command == nullptr && argument.rfind('-', 0) != 0) {
             const std::vector<std::string> names = CommandNames(m_app);
             if (!Contains(names, argument)) {
-                return "there is no command '" + argument + "'" + DidYouMean(argument, names);
+                return "there is no command '" + argument + "'" + Text::DidYouMean(argument, names);
             }
             command = m_app.get_subcommand(argument);
         }

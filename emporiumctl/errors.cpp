@@ -2,7 +2,7 @@
 #include "emporiumctl/commands.h"
 #include "emporiumctl/json.h"
 #include "emporiumctl/names.h"
-#include "emporiumctl/suggestion.h"
+#include "text/suggestion.h"
 
 #include <strings.h>
 
@@ -35,7 +35,7 @@ ExitStatus ReportUnknown(Output& out, const std::string& wanted)
         names.push_back(error.name);
     }
     return Report(out, FailureOf(ExitStatus::Failed,
-                                 "there is no error " + wanted + DidYouMean(wanted, names)));
+                                 "there is no error " + wanted + Text::DidYouMean(wanted, names)));
 }
 
 } // namespace

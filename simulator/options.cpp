@@ -3,7 +3,7 @@
 
 #include "simulator/files/text_file.h"
 #include "simulator/output.h"
-#include "simulator/suggestion.h"
+#include "text/suggestion.h"
 
 #include <CLI/CLI.hpp>
 
@@ -209,7 +209,7 @@ void RequireKnownOptions(const CLI::App& app, Arguments::const_iterator argument
         const std::string name = argument->substr(0, argument->find('='));
         const CLI::Option* const option = app.get_option_no_throw(name);
         if (option == nullptr) {
-            throw UsageError("unknown option " + name + Suggestion(name, names));
+            throw UsageError("unknown option " + name + Text::DidYouMean(name, names));
         }
         const bool valueFollows =
             option->get_items_expected_min() > 0 && name.size() == argument->size();
@@ -244,7 +244,7 @@ void Check(const Options& options)
 {
     if (!options.privateBus && !options.command.empty()) {
         const std::string& argument = options.command.front();
-        throw UsageError("unexpected argument: " + argument + Suggestion(argument, {"ctl"}));
+        throw UsageError("unexpected argument: " + argument + Text::DidYouMean(argument, {"ctl"}));
     }
     if (!(options.speed > 0.0 && options.speed < 1e9)) {
         throw UsageError("--speed takes a number greater than 0");

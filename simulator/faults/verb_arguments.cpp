@@ -5,7 +5,7 @@
 #include "simulator/faults/control_contract.h"
 #include "simulator/glib_ptr.h"
 #include "simulator/introspection.h"
-#include "simulator/suggestion.h"
+#include "text/suggestion.h"
 
 #include <algorithm>
 #include <functional>
@@ -191,7 +191,7 @@ std::string UnknownVerb(const std::string& verb)
     for (const VerbShape& shape : ControlContract::allVerbs) {
         names.emplace_back(shape.name);
     }
-    return "unknown verb " + verb + Suggestion(verb, names);
+    return "unknown verb " + verb + Text::DidYouMean(verb, names);
 }
 
 Variant ParseArguments(const std::string& verb, const std::string& text)

@@ -128,7 +128,7 @@ class Output(SimulatorTest):
             with self.subTest(arguments):
                 run = self.simulator(*arguments)
                 self.assertEqual(run.returncode, 2)
-                self.assertIn(f"; did you mean {name}?", run.stderr)
+                self.assertIn(f"; did you mean '{name}'?", run.stderr)
         for arguments in (["--quite-different"], ["odd"], ["ctl", "Odd"], ["--" + "x" * 100]):
             with self.subTest(arguments):
                 run = self.simulator(*arguments)

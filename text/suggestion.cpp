@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "emporiumctl/suggestion.h"
+#include "text/suggestion.h"
+
+#include <glib.h>
 
 #include <algorithm>
-#include <cctype>
+#include <cstddef>
 #include <numeric>
+#include <utility>
 
-namespace EmporiumCtl {
+namespace Text {
+
 namespace {
 
 bool SameLetter(char a, char b)
 {
-    return std::tolower(static_cast<unsigned char>(a)) ==
-           std::tolower(static_cast<unsigned char>(b));
+    return g_ascii_tolower(a) == g_ascii_tolower(b);
 }
 
 /// The number of letters to insert, remove, replace, or swap with their neighbours.
@@ -52,4 +55,4 @@ std::string DidYouMean(const std::string& text, const std::vector<std::string>& 
     return similar ? "; did you mean '" + *nearest + "'?" : "";
 }
 
-} // namespace EmporiumCtl
+} // namespace Text
