@@ -32,7 +32,7 @@ int DepthOf(std::string_view type)
     return arrays + deepest;
 }
 
-/// Sending another type would end the simulator's connection, or leave a call without a reply.
+/// A bus closes the connection of a sender whose messages break the protocol.
 void RequireBusType(std::string_view type)
 {
     const bool isEmptyBody = type == "()";

@@ -63,8 +63,8 @@ ssize_t __wrap_write(int file, const void* content, std::size_t size)
 }
 
 // A program with large-file support calls the second of these, a fortified one the last two.
-decltype(open) __real_open;
-decltype(open64) __real_open64;
+int __real_open(const char* path, int flags, ...);
+int __real_open64(const char* path, int flags, ...);
 int __real___open_2(const char* path, int flags);
 int __real___open64_2(const char* path, int flags);
 
