@@ -51,7 +51,7 @@ public:
     /// Starts another bus at the same address, after Stop() or Kill().
     void Start() { Start(-1); }
 
-    /// Suspends the process. It is suspended when the function returns.
+    /// Suspends the process, and returns when it is suspended.
     void Suspend();
     void Resume() { Send(SIGCONT); }
 

@@ -114,7 +114,7 @@ public:
     /// and logs the reason, if files are left.
     bool Remove(Found& found)
     {
-        // Some file systems rename an open file instead of removing it, which never ends.
+        // Some file systems rename an open file instead of removing it: the new name would be listed forever.
         constexpr int mostRounds = 16;
         try {
             for (int round = 1; !RemoveListed(round < mostRounds); ++round) {
@@ -215,8 +215,8 @@ bool ReadAndRemoveAt(const fs::path& actual, const fs::path& shown, Found& found
     return reader.Read(found) && reader.Remove(found);
 }
 
-/// Under its own name, the directory could be read by another process at the same time, and filled by
-/// one that still stores its operations.
+/// Renames the directory first: under its usual name, another process could read it at the same time, or
+/// still store operations in it.
 void ReadAndRemoveDirectory(const fs::path& directory, Found& found)
 {
     if (::rmdir(directory.c_str()) == 0) {
@@ -275,7 +275,7 @@ bool IsMissing(const fs::path& directory)
 /// Anything that exists at the path is used as it is, even a regular file.
 void EnsureExists(const fs::path& directory)
 {
-    // Another process may create the directory at the same time, and a third one take it at once.
+    // Another process may create the directory at the same time, and a third one rename it in order to read it.
     constexpr int mostTries = 100;
     std::error_code failure = std::make_error_code(std::errc::file_exists);
     for (int tries = 0; tries < mostTries && failure == std::errc::file_exists; ++tries) {

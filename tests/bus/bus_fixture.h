@@ -25,7 +25,7 @@ namespace TestSupport {
 
 using Strings = std::vector<std::string>;
 
-/// How long to wait for what must come: long enough for a machine that runs many tests at once.
+/// The deadline for an expected event: long enough for a machine that runs many tests at once.
 constexpr int patienceMilliseconds = 90000;
 
 /// Runs the simulator in a child process and controls it over the bus.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Application IDs and UUIDs of any content, which become names of directories and files. Nothing
-// outside the cache directory changes, and what has a possible name is read back.
+// outside the cache directory changes, and an operation whose UUID is a valid file name is read back.
 #include "client/completed_operations_cache.h"
 #include "fuzz/input.h"
 #include "fuzz/operations.h"

@@ -23,7 +23,7 @@ namespace Fuzz {
 inline void Require(bool condition, const char* expectation)
 {
     if (!condition) {
-        std::fprintf(stderr, "not so: %s\n", expectation);
+        std::fprintf(stderr, "expectation failed: %s\n", expectation);
         std::abort();
     }
 }

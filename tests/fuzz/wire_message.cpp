@@ -37,7 +37,7 @@ struct Unref
 template <typename T>
 using Owned = std::unique_ptr<T, Unref>;
 
-// --- the proxy
+// --- the proxy ---
 
 /// A client that is connected to a socket instead of a bus.
 class Client final : public sdbus::ProxyInterfaces<org::velmora::Emporium_proxy>
@@ -89,7 +89,7 @@ private:
     void onPackageRemoved(const std::string& packageID) override { signals.push_back(packageID); }
 };
 
-// --- what GDBus reads
+// --- what GDBus reads ---
 
 std::string DescribeOperation(GVariant* value)
 {
@@ -179,7 +179,7 @@ std::optional<std::string> DescribeBody(GVariant* body, std::string_view signatu
     return std::string(g_variant_get_string(argument.get(), nullptr));
 }
 
-// --- the two ends of the socket
+// --- the two ends of the socket ---
 
 /// The server's part of the authentication, then the message, then the end.
 void Send(int socket, std::string_view message)

@@ -35,7 +35,7 @@ constexpr std::string_view basicTypes = "ybnqiuxtdsogh";
 constexpr int deepest = 6;
 constexpr std::size_t mostItems = 4;
 
-// --- values of any type
+// --- values of any type ---
 
 std::string TakeType(Fuzz::Input& input, int depth = 0)
 {
@@ -189,7 +189,7 @@ void Append(sdbus::Message& message, std::string_view types, Fuzz::Input& input,
     }
 }
 
-// --- bodies
+// --- bodies ---
 
 /// A reply with all properties: in any order, some missing or repeated, some of another type.
 void AppendProperties(sdbus::Message& message, Fuzz::Input& input)
@@ -231,7 +231,7 @@ std::string AppendBody(sdbus::Message& message, Fuzz::Input& input)
     return signature;
 }
 
-// --- the two ways of reading
+// --- the two ways of reading ---
 
 std::string Describe(const OperationRecord& record)
 {
@@ -342,7 +342,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         message.seal();
         Compare(message, signature);
     } catch (const sdbus::Error&) {
-        return 0; // a signature that is too long or too deep, or a content that is
+        return 0; // the signature or the content is too long or too deep
     }
     return 0;
 }

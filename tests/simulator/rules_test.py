@@ -15,7 +15,7 @@ HELPERS = """
 watch_messages() { dbus-monitor --session >"$MONITOR" 2>&1 & watcher=$!
   for i in $(seq 10000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
   grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; echo "no messages"; exit 9; }
-# Waits until the text stands in $MONITOR this often.
+# Waits until $MONITOR contains the text that many times.
 await_count() { for i in $(seq 10000); do [ "$(grep -c -- "$2" "$MONITOR")" -ge "$1" ] && return 0
   sleep 0.02; done; echo "no $2"; exit 9; }
 # The simulator takes the calls between these two at once, in the order in which they arrived.

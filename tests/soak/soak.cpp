@@ -159,7 +159,7 @@ struct Resources
         std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 };
 
-/// Subscribes to everything and compares it with what must come.
+/// Subscribes to every event and compares it with the expected one.
 class Application
 {
 public:
@@ -195,7 +195,7 @@ public:
         }
     }
 
-    /// Describes the first differences, or says nothing.
+    /// Describes the first differences; empty if there are none.
     std::string ComparedWithTheDaemon() const;
 
     DaemonConnection& Connection() { return m_connection; }

@@ -61,7 +61,7 @@ public:
     void Stop() { End(SIGTERM); }
     void Kill() { End(SIGKILL); }
 
-    /// Suspends the process. It is suspended when the function returns.
+    /// Suspends the process, and returns when it is suspended.
     void Suspend()
     {
         kill(m_pid, SIGSTOP);

@@ -17,8 +17,8 @@ using namespace TestSupport;
 
 constexpr int events = 500;
 
-/// Gives a snapshot and nothing else. Not a mock: a subscription that ends creates the process-wide
-/// connection, and that may outlive the test.
+/// Provides a snapshot only. Not a mock: the end of a subscription creates the process-wide connection,
+/// which may outlive the test.
 class PlainProxy : public IDBusProxy
 {
 public:

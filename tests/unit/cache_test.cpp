@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
@@ -56,29 +55,22 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
     return 0;
 }
 
-// A program with large-file support calls the second of these, a fortified one the last two.
-int __real_open(const char* path, int flags, ...);
-int __real_open64(const char* path, int flags, ...);
+// A program with large-file support calls the second of these, a fortified one the last two. The mode is
+// unspecified, and not used, unless the file is to be created.
+int __real_open(const char* path, int flags, mode_t mode);
+int __real_open64(const char* path, int flags, mode_t mode);
 int __real___open_2(const char* path, int flags);
 int __real___open64_2(const char* path, int flags);
 
-int __wrap_open(const char* path, int flags, ...)
+int __wrap_open(const char* path, int flags, mode_t mode)
 {
     Record(path, flags);
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
     return __real_open(path, flags, mode);
 }
 
-int __wrap_open64(const char* path, int flags, ...)
+int __wrap_open64(const char* path, int flags, mode_t mode)
 {
     Record(path, flags);
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
     return __real_open64(path, flags, mode);
 }
 
@@ -110,7 +102,7 @@ namespace fs = std::filesystem;
 using namespace Emporium;
 using namespace TestSupport;
 
-/// Drops the rights of root, for whom no permission counts, while this object lives.
+/// Acts as an ordinary user while this object lives: the kernel does not check permissions for root.
 class AsAnOrdinaryUser
 {
 public:
@@ -195,7 +187,7 @@ protected:
         return files;
     }
 
-    /// What is in the directory around the cache directory.
+    /// Names in the parent of the cache directory.
     Strings Siblings() const
     {
         Strings siblings;
@@ -499,7 +491,7 @@ TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored
     EXPECT_FALSE(fs::exists(absolute));
 }
 
-/// One process that ends and two that start, many times: each operation is read once, or on the disk.
+/// One process ends and two start, many times: each operation is read once, or is still on the disk.
 TEST_F(Cache, NothingIsLostWhereOneWritesAndTwoReadAtTheSameTime)
 {
     std::vector<Operation> operations;

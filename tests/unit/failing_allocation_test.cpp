@@ -27,7 +27,7 @@ using namespace TestSupport;
 
 using Strings = std::vector<std::string>;
 
-/// Mocks allocate, and are not made for a failure of it.
+/// Not a mock: mocks allocate, and do not survive a failed allocation.
 class PlainProxy : public IDBusProxy
 {
 public:

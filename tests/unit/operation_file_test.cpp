@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -62,28 +61,21 @@ ssize_t __wrap_write(int file, const void* content, std::size_t size)
                           : __real_write(file, content, size);
 }
 
-// A program with large-file support calls the second of these, a fortified one the last two.
-int __real_open(const char* path, int flags, ...);
-int __real_open64(const char* path, int flags, ...);
+// A program with large-file support calls the second of these, a fortified one the last two. The mode is
+// unspecified, and not used, unless the file is to be created.
+int __real_open(const char* path, int flags, mode_t mode);
+int __real_open64(const char* path, int flags, mode_t mode);
 int __real___open_2(const char* path, int flags);
 int __real___open64_2(const char* path, int flags);
 
-int __wrap_open(const char* path, int flags, ...)
+int __wrap_open(const char* path, int flags, mode_t mode)
 {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
     errno = failureOfOpen;
     return failureOfOpen == 0 ? __real_open(path, flags, mode) : -1;
 }
 
-int __wrap_open64(const char* path, int flags, ...)
+int __wrap_open64(const char* path, int flags, mode_t mode)
 {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
     errno = failureOfOpen;
     return failureOfOpen == 0 ? __real_open64(path, flags, mode) : -1;
 }

@@ -39,7 +39,7 @@ class APrivateDirectory : public testing::Test
 protected:
     ~APrivateDirectory() override { insteadOfFlock = nullptr; }
 
-    /// What is in the directory around the original.
+    /// Names in the parent of the original.
     std::vector<std::string> Names() const
     {
         std::vector<std::string> names;

@@ -32,7 +32,7 @@ protected:
         }
     }
 
-    /// Sends messages with a descriptor, which nobody has asked for, to this process.
+    /// Sends this process messages that carry a descriptor.
     void SendDescriptors(int count)
     {
         Peer peer(bus.Address());

@@ -106,7 +106,7 @@ inline std::vector<DaemonCall> EveryCall()
     };
 }
 
-/// A daemon with one completed operation, and the faults that befall it.
+/// A daemon with one completed operation, which the tests kill, suspend or restart.
 class FaultTest : public BusTest
 {
 protected:
@@ -177,7 +177,7 @@ protected:
         EXPECT_LE(PollsWhileIdle(), 5) << "the main loop spins";
     }
 
-    /// Expects that the end of the connection writes its cache and calls nobody.
+    /// Expects that the end of the connection writes its cache and calls no subscriber.
     void ExpectCleanEnd()
     {
         const auto cache =

@@ -22,8 +22,8 @@ class Relay
 public:
     enum class Then
     {
-        Disconnect, ///< As a bus that dies.
-        KeepSilent, ///< As a bus that is suspended.
+        Disconnect, ///< Closes the connection, as a bus that ends does.
+        KeepSilent, ///< Keeps the connection open, as a suspended bus does.
     };
 
     Relay(const std::string& busAddress, std::size_t bytes, Then then)

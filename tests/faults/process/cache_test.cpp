@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The cache of completed operations in processes that are killed, on disks that are full or read-only,
-// in two processes at once, and in place of whose directory something else stands.
+// The cache of completed operations: processes that are killed, full and read-only disks, two processes
+// at once, and a file, a link or a directory without permission at the path of its directory.
 
 #include "client/completed_operations_cache.h"
 #include "support/output.h"
@@ -87,7 +87,7 @@ protected:
     CacheHome cacheHome;
 };
 
-// --- kill -9 ---------------------------------------------------------------------------------------
+// --- kill -9 ---
 
 /// Runs an action in a child process and kills it before one of its system calls.
 class KilledProcess
@@ -298,7 +298,7 @@ TEST_F(CacheOfAKilledProcess, IsCreatedByTheNextOneWhereTheFirstWriteWasInterrup
                    });
 }
 
-// --- what stands in the place of the directory -----------------------------------------------------
+// --- another file at the path of the directory ---
 
 TEST_F(CacheFaults, ALinkToADirectoryIsReadAndReplacedAndWhatItPointsToStays)
 {
@@ -403,7 +403,7 @@ TEST_F(CacheFaults, AnUnreachableDirectoryIsKeptWithOneWarningForEachFailure)
                        Directory().string() + "])\n");
 }
 
-// --- disks -----------------------------------------------------------------------------------------
+// --- disks ---
 
 bool WriteText(const char* path, const std::string& text)
 {
@@ -556,7 +556,7 @@ TEST_F(CacheFaults, OnAReadOnlyDiskWithoutTheDirectoryStorageIsOneWarning)
     });
 }
 
-// --- two processes ---------------------------------------------------------------------------------
+// --- two processes ---
 
 /// Runs an action in a child process, and returns what it prints.
 class OtherProcess

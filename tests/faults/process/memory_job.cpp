@@ -173,7 +173,7 @@ private:
         Dispatch();
     }
 
-    /// Whether each part of the job was done, or says why not.
+    /// Expects that each part of the job succeeded or reported its failure.
     void CheckWhatFailed() const
     {
         if (m_once && m_constructed && !m_valid) {
@@ -195,7 +195,7 @@ private:
         }
     }
 
-    /// What the application can do once memory can be had.
+    /// Expects that everything works once allocations succeed again.
     void CheckWithMemory()
     {
         const DaemonConnection connection;
