@@ -20,7 +20,9 @@ namespace Emporium {
 
 class DaemonConnectionPrivate;
 
+/// What EventType::OperationStatusChanged calls.
 using OperationCallback = std::function<void(const Operation&)>;
+/// What the events of packages call.
 using PackageCallback = std::function<void(const Package&)>;
 
 /// What SubscribeToEvent() takes. A lambda with a parameter of either type converts to it.
@@ -49,18 +51,26 @@ public:
     /// Creates a connection with a snapshot and subscriptions of its own. Most applications use the
     /// process-wide connection, GetDaemonConnection(), instead: both share one cache directory.
     DaemonConnection();
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one connection.
     DaemonConnection(const DaemonConnection& other);
     DaemonConnection(DaemonConnection&& other) noexcept;
     DaemonConnection& operator=(const DaemonConnection& other);
     DaemonConnection& operator=(DaemonConnection&& other) noexcept;
     ~DaemonConnection();
+    /// @}
 
     /// True if the connection is valid.
     explicit operator bool() const;
 
-    /// The processor architecture and the system version as of construction; empty if there was no
-    /// daemon. The references are valid as long as the connection.
+    /// The processor architecture as of construction, for example "aarch64"; empty if there was no
+    /// daemon. The reference is valid as long as the connection.
     const std::string& GetArchitecture() const;
+
+    /// The version of the system as of construction; empty if there was no daemon. The reference is
+    /// valid as long as the connection.
     const std::string& GetVeyraVersion() const;
 
     /// The installed packages, in the daemon's order.

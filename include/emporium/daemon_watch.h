@@ -59,11 +59,16 @@ public:
     /// If the bus cannot be reached, the state is Disconnected, and the reason is written to standard
     /// output.
     explicit DaemonWatch(const DaemonStateCallback& callback);
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one watch.
     DaemonWatch(const DaemonWatch& other);
     DaemonWatch(DaemonWatch&& other) noexcept;
     DaemonWatch& operator=(const DaemonWatch& other);
     DaemonWatch& operator=(DaemonWatch&& other) noexcept;
     ~DaemonWatch();
+    /// @}
 
     /// The state that the callback was last called with, or the one at construction.
     DaemonState State() const;

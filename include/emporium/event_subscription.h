@@ -25,11 +25,16 @@ public:
     /// Takes ownership of the process-wide connection's subscription with this ID.
     explicit EventSubscription(std::uint64_t id);
 
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one subscription.
     EventSubscription(const EventSubscription& other);
     EventSubscription(EventSubscription&& other) noexcept;
     EventSubscription& operator=(const EventSubscription& other);
     EventSubscription& operator=(EventSubscription&& other) noexcept;
     ~EventSubscription();
+    /// @}
 
     /// Unique within a connection: 1, 2, 3 and so on, never reused.
     std::uint64_t GetID() const;

@@ -25,22 +25,36 @@ class EMPORIUM_EXPORT Operation
 public:
     /// An operation with empty texts, type Install, status None and error code None.
     Operation();
+
+    /// An operation with these values, for example in a test of an application.
     Operation(std::string uuid, std::string packageID, Common::OperationType type,
               Common::OperationStatus status, Common::ErrorCode errorCode);
 
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one immutable object.
     Operation(const Operation& other);
     Operation(Operation&& other) noexcept;
     Operation& operator=(const Operation& other);
     Operation& operator=(Operation&& other) noexcept;
     ~Operation();
+    /// @}
 
     /// Identifies the operation; any text that the daemon chose, not necessarily a UUID by its form.
     const std::string& GetUUID() const;
+
+    /// The ID of the package that the operation installs, upgrades or removes.
     const std::string& GetPackageID() const;
 
-    /// These carry the daemon's number unchanged, also one without an enumerator.
+    /// What the operation does; the daemon's number, also one without an enumerator.
     const Common::OperationType& GetType() const;
+
+    /// The progress; the daemon's number, also one without an enumerator.
     const Common::OperationStatus& GetStatus() const;
+
+    /// Why the operation failed, if its status is Failed; the daemon's number, also one without an
+    /// enumerator.
     const Common::ErrorCode& GetErrorCode() const;
 
     /// Writes the operation to a file, which is created or truncated; a failure can leave a partial

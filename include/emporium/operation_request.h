@@ -25,16 +25,27 @@ public:
 
     /// A request of type Install with empty texts.
     OperationRequest();
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share their state.
     OperationRequest(const OperationRequest& other);
     OperationRequest(OperationRequest&& other) noexcept;
     OperationRequest& operator=(const OperationRequest& other);
     OperationRequest& operator=(OperationRequest&& other) noexcept;
     ~OperationRequest();
+    /// @}
 
+    /// What is requested.
     Common::OperationType GetOperationType() const;
+
+    /// The package to remove. The reference is valid until the request changes or ends.
     const std::string& GetPackageID() const;
+
+    /// The package file. The reference is valid until the request changes or ends.
     const std::string& GetPackagePath() const;
 
+    /// Sets what is requested.
     void SetOperationType(Common::OperationType type);
 
     /// The package to remove. Ignored by an installation or upgrade.
@@ -60,15 +71,26 @@ private:
 class EMPORIUM_EXPORT OperationRequest::Builder
 {
 public:
+    /// A builder without type and texts.
     Builder();
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share their state.
     Builder(const Builder& other);
     Builder(Builder&& other) noexcept;
     Builder& operator=(const Builder& other);
     Builder& operator=(Builder&& other) noexcept;
     ~Builder();
+    /// @}
 
+    /// Sets what is requested. Required.
     Builder& SetOperationType(Common::OperationType type);
+
+    /// Sets the package to remove. Required for a removal.
     Builder& SetPackageID(const std::string& id);
+
+    /// Sets the absolute path of the package file. Required for an installation or upgrade.
     Builder& SetPackagePath(const std::string& path);
 
     /// Returns a request with the one text that its type needs; the other text is left out. Throws

@@ -26,15 +26,27 @@ public:
     Package(std::string id, std::string version, std::string developerCertificateSubgroup,
             std::string developerCertificateID, std::map<std::string, std::string> map);
 
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one immutable object.
     Package(const Package& other);
     Package(Package&& other) noexcept;
     Package& operator=(const Package& other);
     Package& operator=(Package&& other) noexcept;
     ~Package();
+    /// @}
 
+    /// Identifies the package, for example "org.example.recipes".
     const std::string& GetID() const;
+
+    /// The version, for example "2.1". Only the daemon defines which of two versions is newer.
     const std::string& GetVersion() const;
+
+    /// The ID of the certificate that signed the package.
     const std::string& GetDeveloperCertificateID() const;
+
+    /// The subgroup that this certificate belongs to, for example "regular".
     const std::string& GetDeveloperCertificateSubgroup() const;
 
 private:

@@ -21,12 +21,18 @@ class ResultPrivate;
 class EMPORIUM_EXPORT ErrorResult
 {
 public:
+    /// A failure with this message.
     explicit ErrorResult(std::string message);
+    /// @name Copying and moving
+    /// @{
+
+    /// Copies share one message.
     ErrorResult(const ErrorResult& other);
     ErrorResult(ErrorResult&& other) noexcept;
     ErrorResult& operator=(const ErrorResult& other);
     ErrorResult& operator=(ErrorResult&& other) noexcept;
     ~ErrorResult();
+    /// @}
 
     /// The message. The reference is valid as long as any copy of this handle.
     const std::string& Get() const;
@@ -40,6 +46,7 @@ template <typename T>
 class EMPORIUM_EXPORT SuccessResult
 {
 public:
+    /// A success with this value.
     explicit SuccessResult(T value);
 
     /// The value. The reference is valid as long as any copy of this handle.
@@ -71,9 +78,13 @@ template <typename T>
 class EMPORIUM_EXPORT Result
 {
 public:
+    /// A failure.
     Result(ErrorResult error);
+
+    /// A success.
     Result(SuccessResult<T> success);
 
+    /// True on failure.
     bool HasError() const;
 
     /// True on success.
@@ -81,6 +92,8 @@ public:
 
     /// The value. The reference is valid as long as any copy of this handle.
     const T& Get() const;
+
+    /// The value, as Get() returns it.
     const T* operator->() const;
 
     /// The message. The reference is valid as long as any copy of this handle.
@@ -95,9 +108,13 @@ template <>
 class EMPORIUM_EXPORT Result<void>
 {
 public:
+    /// A failure.
     Result(ErrorResult error);
+
+    /// A success.
     Result(SuccessResult<void> success);
 
+    /// True on failure.
     bool HasError() const;
 
     /// True on success.
