@@ -255,6 +255,45 @@ TEST_F(OperationFile, ATruncatedFileCannotBeDeserialized)
     }
 }
 
+/// The same file, written by a machine of the other byte order.
+std::string InOtherByteOrder(std::string content, std::size_t uuidLength,
+                             std::size_t packageIDLength)
+{
+    std::size_t place = 0;
+    const auto reverse = [&](std::size_t size) {
+        std::reverse(content.begin() + static_cast<std::ptrdiff_t>(place),
+                     content.begin() + static_cast<std::ptrdiff_t>(place + size));
+        place += size;
+    };
+    reverse(8);                                     // length of the archive's signature
+    place += std::strlen("serialization::archive"); //
+    reverse(2);                                     // version of the archive library
+    place += 4;                                     // sizes of four types
+    reverse(4);                                     // the number 1
+    place += 1;                                     // tracking flag
+    reverse(4);                                     // class version
+    for (const std::size_t length : {uuidLength, packageIDLength}) {
+        reverse(8);
+        place += length;
+    }
+    for (int number = 0; number < 3; ++number) {
+        reverse(4);
+    }
+    EXPECT_EQ(place, content.size());
+    return content;
+}
+
+TEST_F(OperationFile, AFileOfTheOtherByteOrderCannotBeDeserialized)
+{
+    const Operation operation("uuid", "package", Common::OperationType::Upgrade,
+                              Common::OperationStatus::Failed, Common::ErrorCode::FileConflict);
+    ASSERT_TRUE(static_cast<bool>(operation.SaveToFile(path)));
+    const std::string swapped = InOtherByteOrder(Read(path), 4, 7);
+    EXPECT_EQ(InOtherByteOrder(swapped, 4, 7), Read(path)) << "each byte is in its place";
+    Write(path, swapped);
+    EXPECT_TRUE(Operation::FromFile(path).HasError());
+}
+
 TEST_F(OperationFile, AnotherClassVersionIsRejected)
 {
     std::string content = SavedSample();
