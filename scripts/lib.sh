@@ -1,5 +1,6 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: BSD-3-Clause
+# shellcheck disable=SC2034 # the variables are for the scripts that source this
 #
 # Sourced by the other scripts: messages, options, and the choice of the build directory. Changes to the
 # root of the checkout. The scripts do not need git: they also run in an unpacked archive, and in a
