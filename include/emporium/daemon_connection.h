@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -121,7 +122,19 @@ public:
     ///
     /// Throws `std::logic_error` if the callback does not have the form of the event type. An empty
     /// function of the right form is accepted; its call at the event throws `std::bad_function_call`.
-    EventSubscription SubscribeToEvent(EventType type, const EventCallback& callback) const;
+    [[nodiscard]] EventSubscription SubscribeToEvent(EventType type,
+                                                     const EventCallback& callback) const;
+
+    /// Explains to the author of a callback with neither form what is wrong with it.
+    template <typename Callback,
+              std::enable_if_t<!std::is_convertible_v<Callback, EventCallback>, int> = 0>
+    EventSubscription SubscribeToEvent(EventType /*type*/, Callback&& /*callback*/) const
+    {
+        static_assert(std::is_convertible_v<Callback, EventCallback>,
+                      "an event callback takes either a const Emporium::Package& or a "
+                      "const Emporium::Operation&, not both (auto) and nothing else");
+        return {};
+    }
 
     /// Removes a subscription of this connection. Does nothing if there is none with this ID.
     void UnsubscribeFromEvent(const EventSubscription& subscription);

@@ -58,7 +58,8 @@ public:
     ///
     /// If the bus cannot be reached, the state is Disconnected, and the reason is written to standard
     /// output.
-    explicit DaemonWatch(const DaemonStateCallback& callback);
+    [[nodiscard]] explicit DaemonWatch(const DaemonStateCallback& callback);
+
     /// @name Copying and moving
     /// @{
 

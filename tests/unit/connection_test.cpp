@@ -66,7 +66,8 @@ TEST_F(InvalidConnection, EveryGuardedCallThrowsItsOwnMessage)
          "Attempt to use the DaemonConnection::Restart() method when the daemon connection is not "
          "valid"},
         {[](auto& c) {
-             c.SubscribeToEvent(EventType::PackageInstalled, PackageCallback([](const auto&) {}));
+             static_cast<void>(c.SubscribeToEvent(EventType::PackageInstalled,
+                                                  PackageCallback([](const auto&) {})));
          },
          "Attempt to use the DaemonConnection::SubscribeToEvent() when the daemon connection is "
          "not valid"},
@@ -79,8 +80,8 @@ TEST_F(InvalidConnection, EveryGuardedCallThrowsItsOwnMessage)
 TEST_F(InvalidConnection, ValidityIsCheckedBeforeTheCallbacksForm)
 {
     EXPECT_EQ(Refusal([](DaemonConnection& connection) {
-                  connection.SubscribeToEvent(EventType::PackageInstalled,
-                                              OperationCallback([](const auto&) {}));
+                  static_cast<void>(connection.SubscribeToEvent(
+                      EventType::PackageInstalled, OperationCallback([](const auto&) {})));
               }),
               "Attempt to use the DaemonConnection::SubscribeToEvent() when the daemon connection "
               "is not valid");

@@ -42,7 +42,8 @@ TEST_F(Subscription, IDsStartAtOneAndAreNeverReused)
 TEST_F(Subscription, OperationStatusChangedTakesOnlyAnOperationCallback)
 {
     EXPECT_EQ(MessageOf<std::logic_error>([&] {
-                  connection.SubscribeToEvent(EventType::OperationStatusChanged, Record(""));
+                  static_cast<void>(
+                      connection.SubscribeToEvent(EventType::OperationStatusChanged, Record("")));
               }),
               "Attempt to subscribe to the EventType::OperationStatusChanged event using a "
               "function with a signature other than std::function<void(const Operation &)>");
@@ -58,8 +59,9 @@ TEST_F(Subscription, EveryOtherTypeTakesOnlyAPackageCallback)
     };
     for (const auto& [type, name] : names) {
         EXPECT_EQ(MessageOf<std::logic_error>([&, value = type] {
-                      connection.SubscribeToEvent(static_cast<EventType>(value),
-                                                  OperationCallback([](const Operation&) {}));
+                      static_cast<void>(
+                          connection.SubscribeToEvent(static_cast<EventType>(value),
+                                                      OperationCallback([](const Operation&) {})));
                   }),
                   "Attempt to subscribe to the " + name +
                       " event using a function with a signature other than "
@@ -69,7 +71,8 @@ TEST_F(Subscription, EveryOtherTypeTakesOnlyAPackageCallback)
 
 TEST_F(Subscription, ARefusedSubscriptionUsesNoID)
 {
-    EXPECT_THROW(connection.SubscribeToEvent(EventType::OperationStatusChanged, Record("")),
+    EXPECT_THROW(static_cast<void>(
+                     connection.SubscribeToEvent(EventType::OperationStatusChanged, Record(""))),
                  std::logic_error);
     first = connection.SubscribeToEvent(EventType::PackageInstalled, Record("first"));
     EXPECT_EQ(first.GetID(), 1U);
@@ -106,7 +109,8 @@ TEST_F(Subscription, SubscribersAreCalledInTheOrderOfSubscription)
 
 TEST_F(Subscription, DiscardingTheHandleUnsubscribesAtOnce)
 {
-    connection.SubscribeToEvent(EventType::PackageInstalled, Record("discarded"));
+    static_cast<void>(
+        connection.SubscribeToEvent(EventType::PackageInstalled, Record("discarded")));
     Installed("a");
     EXPECT_TRUE(calls.empty());
 }
