@@ -20,6 +20,7 @@
 #include <clocale>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <optional>
 
 namespace Simulator {
@@ -193,9 +194,12 @@ private:
         } else if (number == SIGTERM) {
             Terminate();
         } else {
-            m_command->Signal(number == SIGHUP ? SIGTERM : number);
+            m_command->Signal(number == SIGHUP ? HangupSignal() : number);
         }
     }
+
+    // An interactive shell ignores SIGTERM, and another command may ignore SIGHUP.
+    int HangupSignal() const { return m_command->IsInThisProcessGroup() ? SIGTERM : SIGHUP; }
 
     // The first SIGTERM is passed on. A command that ignores it is killed by the second.
     void Terminate()
@@ -265,6 +269,9 @@ int main(int argc, char** argv)
     } catch (const Simulator::NoBus& error) {
         Simulator::PrintError(error.what());
         return Simulator::exitNoBus;
+    } catch (const std::bad_alloc&) {
+        Simulator::PrintError("not enough memory");
+        return Simulator::exitFailed;
     } catch (const std::exception& error) {
         Simulator::PrintError(error.what());
         return Simulator::exitFailed;

@@ -246,6 +246,9 @@ void Check(const Options& options)
         const std::string& argument = options.command.front();
         throw UsageError("unexpected argument: " + argument + Text::DidYouMean(argument, {"ctl"}));
     }
+    if (!options.command.empty() && options.command.front().empty()) {
+        throw UsageError("the command is empty");
+    }
     if (!(options.speed > 0.0 && options.speed < 1e9)) {
         throw UsageError("--speed takes a number greater than 0");
     }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -33,11 +34,14 @@ bool HasRoomForASocket(const fs::path& parent)
     return socket.native().size() <= longestSocketPath;
 }
 
-// The path of a temporary directory may be longer than that of a socket.
+// Absolute, because the command may change its directory. The path of a temporary directory may be
+// longer than that of a socket.
 fs::path ShortTemporaryDirectory()
 {
-    fs::path parent = fs::temp_directory_path();
-    return HasRoomForASocket(parent) ? parent : fs::path("/tmp");
+    const char* const wanted = std::getenv("TMPDIR");
+    const fs::path usual = "/tmp";
+    const fs::path parent = wanted != nullptr && *wanted != '\0' ? fs::absolute(wanted) : usual;
+    return HasRoomForASocket(parent) ? parent : usual;
 }
 
 // Without write permission to a directory, as caches of downloads have it, its entries cannot be

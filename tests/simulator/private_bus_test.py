@@ -283,6 +283,17 @@ class InATerminal(SimulatorTest):
     def status_of(self, process_id):
         return os.waitstatus_to_exitcode(os.waitpid(process_id, 0)[1])
 
+    def test_a_terminal_that_is_closed_ends_an_interactive_shell(self):
+        process_id, terminal = pty.fork()
+        if process_id == 0:
+            os.execve(SIMULATOR, [SIMULATOR, "--private-bus", "--", "bash", "--norc", "-i"], self.environment)
+        os.write(terminal, b"echo star''ted; sleep 600\n")
+        self.read_until(terminal, b"started")
+        os.close(terminal)
+        wait_until(lambda: os.waitid(os.P_PID, process_id, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None,
+                   "the simulator ends")
+        self.assertEqual(self.status_of(process_id), 128 + signal.SIGHUP)
+
     def test_ctrl_c_reaches_the_command_once_and_the_bus_lives_on(self):
         # The command calls the bus after Ctrl-C.
         script = REPORTER.replace('print("signal", number, flush=True)', """

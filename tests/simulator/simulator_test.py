@@ -10,7 +10,7 @@ from shlex import quote
 from urllib.parse import unquote_to_bytes
 
 import fixture
-from fixture import SIMULATOR, SOURCE_DIR, SimulatorTest, die_with_parent, errors
+from fixture import DAEMON, SIMULATOR, SOURCE_DIR, SimulatorTest, die_with_parent, errors
 
 
 class Contract(SimulatorTest):
@@ -313,7 +313,8 @@ class Program(SimulatorTest):
                           ["--make-package", self.file("x")], ["--packages", "1", "--catalogue", "x"],
                           ["--make-package", "x", "--id", "a.b"], ["--replay", "x", "--state", "y"],
                           ["--replay", "x", "--packages", "1"], ["--replay", "x", "--catalogue", "y"],
-                          ["--steps"], ["--odd", "--private-bus", "true"], ["--", "true"]):
+                          ["--steps"], ["--odd", "--private-bus", "true"], ["--", "true"],
+                          ["--private-bus", ""], ["--private-bus", "--", "", "x"]):
             run = self.simulator(*arguments)
             self.assertEqual((run.returncode, run.stdout), (2, ""), arguments)
 
@@ -349,6 +350,23 @@ class Program(SimulatorTest):
                 self.assertEqual(os.listdir(path), [])
                 socket = re.match("unix:path=(.*),guid=", output.splitlines()[1]).group(1)
                 self.assertFalse(os.path.exists(os.path.dirname(unquote_to_bytes(socket))))
+
+    def test_a_relative_temporary_directory_serves_a_command_that_changes_its_directory(self):
+        os.mkdir(self.file("relative"))
+        self.environment["TMPDIR"] = "relative"
+        run = self.simulator("--private-bus", "--", "sh", "-c", f"cd /; exec gdbus call --session --dest {DAEMON} "
+                             f"--object-path /org/velmora/Emporium --method {DAEMON}.Start org.example.camera",
+                             cwd=self.path)
+        self.assertEqual((run.returncode, run.stdout), (0, "()\n"), run.stderr)
+        self.assertEqual(os.listdir(self.file("relative")), [])
+
+    def test_a_temporary_directory_that_does_not_exist_is_named(self):
+        self.environment["TMPDIR"] = "/no/such"
+        run = self.simulator("--private-bus", "--", "true")
+        self.assertEqual((run.returncode, run.stderr), (
+            1, "emporium-simulator: cannot create a directory in /no/such: No such file or directory\n"))
+        self.environment["TMPDIR"] = ""
+        self.assertEqual(self.simulator("--private-bus", "--", "true").returncode, 0)
 
     def test_a_bus_that_does_not_start_prints_the_reason(self):
         daemon = self.file("dbus-daemon", "#!/bin/sh\necho 'no bus today' >&2\nexit 1\n")
