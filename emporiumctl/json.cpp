@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "emporiumctl/json.h"
 
-#include "text/printable.h"
-
 namespace EmporiumCtl {
 
 Json ToJson(const Emporium::Package& package)
@@ -48,9 +46,10 @@ Json ToJson(const CallError& error)
             {"message", error.message}};
 }
 
-std::string Line(const Json& document)
+std::string Line(const Json& document, Text::Letters letters)
 {
-    return Text::PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace));
+    return Text::PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace),
+                               letters);
 }
 
 } // namespace EmporiumCtl

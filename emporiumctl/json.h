@@ -3,6 +3,7 @@
 
 #include "emporiumctl/call_error.h"
 #include "emporiumctl/snapshot.h"
+#include "text/printable.h"
 
 #include <emporium/emporium.h>
 
@@ -38,6 +39,6 @@ Json EventToJson(const char* name, const Emporium::Operation& operation);
 
 /// The document on one line, with escapes for what is not printable. Invalid UTF-8 is replaced: JSON
 /// readers would refuse it.
-std::string Line(const Json& document);
+std::string Line(const Json& document, Text::Letters letters = Text::Letters::All);
 
 } // namespace EmporiumCtl

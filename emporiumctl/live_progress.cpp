@@ -73,7 +73,8 @@ std::vector<std::string> LiveProgress::Lines(const std::vector<Task>& tasks,
         if (task.Awaited() && lines.size() < shown) {
             const std::string text =
                 task.described ? Describe(task.last) : NameOf(task.type) + ' ' + task.target;
-            lines.push_back(Text::Shorten(Text::Printable(Elapsed(task) + text), window.columns));
+            lines.push_back(Text::Shorten(Text::Printable(Elapsed(task) + text, m_out.Letters()),
+                                          window.columns, m_out.Letters()));
         }
     }
     if (running > shown) {

@@ -6,6 +6,7 @@
 #include "emporiumctl/remote_bus.h"
 #include "emporiumctl/session.h"
 
+#include <clocale>
 #include <exception>
 
 namespace {
@@ -80,6 +81,9 @@ ExitStatus Main(const std::vector<std::string>& arguments)
 
 int main(int argc, char** argv)
 {
+    // Messages in the language of the user, but numbers as in every file and option.
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     try {
         return static_cast<int>(Main({argv + 1, argv + argc}));
     } catch (const std::exception& error) {

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "emporiumctl/output.h"
 
-#include "text/printable.h"
-
 #include <cstdlib>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace EmporiumCtl {
 namespace {
@@ -62,19 +59,19 @@ void Output::Line(std::string_view text, Colour colour)
     if (painted) {
         m_writer.Append(Code(colour));
     }
-    m_writer.Append(Text::Printable(text));
+    m_writer.Append(Text::Printable(text, m_letters));
     m_writer.Append(painted ? "\033[0m\n" : "\n");
 }
 
 void Output::Document(const EmporiumCtl::Json& document)
 {
-    m_writer.Append(EmporiumCtl::Line(document) + '\n');
+    m_writer.Append(EmporiumCtl::Line(document, m_letters) + '\n');
 }
 
 void Complain(std::string_view message)
 {
     DescriptorWriter errors(STDERR_FILENO);
-    errors.Append("emporiumctl: " + Text::Printable(message) + '\n');
+    errors.Append("emporiumctl: " + Text::Printable(message, Text::LettersFor(STDERR_FILENO)) + '\n');
     errors.Flush();
 }
 

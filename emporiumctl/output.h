@@ -3,10 +3,12 @@
 
 #include "emporiumctl/descriptor_writer.h"
 #include "emporiumctl/json.h"
+#include "text/printable.h"
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace EmporiumCtl {
 
@@ -54,6 +56,7 @@ public:
     /// True if lines can be replaced by others.
     bool CanRedraw() const { return m_canRedraw; }
     WindowSize Window() const;
+    Text::Letters Letters() const { return m_letters; }
 
     /// A line of text.
     void Line(std::string_view text, Colour colour = Colour::None);
@@ -72,6 +75,7 @@ private:
     bool m_onTerminal;
     bool m_canRedraw;
     bool m_coloured;
+    Text::Letters m_letters = Text::LettersFor(STDOUT_FILENO);
     DescriptorWriter m_writer;
 };
 

@@ -3,8 +3,9 @@
 
 #include "text/printable.h"
 
+#include <glib.h>
+
 #include <algorithm>
-#include <cctype>
 #include <numeric>
 
 namespace EmporiumCtl {
@@ -15,7 +16,7 @@ constexpr std::size_t gap = 2;
 std::string LowerCase(std::string text)
 {
     std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+                   [](char letter) { return g_ascii_tolower(letter); });
     return text;
 }
 
@@ -39,11 +40,11 @@ std::vector<std::size_t> Selected(const Row& heading, const std::vector<std::str
     return positions;
 }
 
-Row Cells(const Row& row, const std::vector<std::size_t>& positions)
+Row Cells(const Row& row, const std::vector<std::size_t>& positions, Text::Letters letters)
 {
     Row cells;
     for (const std::size_t position : positions) {
-        cells.push_back(Text::Printable(row[position]));
+        cells.push_back(Text::Printable(row[position], letters));
     }
     return cells;
 }
@@ -70,11 +71,11 @@ std::vector<std::size_t> Widths(const std::vector<Row>& rows, std::size_t limit)
     return widths;
 }
 
-std::string Joined(const Row& row, const std::vector<std::size_t>& widths)
+std::string Joined(const Row& row, const std::vector<std::size_t>& widths, Text::Letters letters)
 {
     std::string line;
     for (std::size_t column = 0; column < row.size(); ++column) {
-        const std::string cell = Text::Shorten(row[column], widths[column]);
+        const std::string cell = Text::Shorten(row[column], widths[column], letters);
         line += cell;
         if (column + 1 < row.size()) {
             line += std::string(widths[column] - Text::Columns(cell) + gap, ' ');
@@ -92,16 +93,17 @@ void PrintTable(Output& out, const Row& heading, const std::vector<Row>& rows,
     const std::vector<std::size_t> positions = Selected(heading, layout.columns);
     std::vector<Row> lines;
     if (layout.heading) {
-        lines.push_back(Cells(heading, positions));
+        lines.push_back(Cells(heading, positions, out.Letters()));
     }
     for (const Row& row : rows) {
-        lines.push_back(Cells(row, positions));
+        lines.push_back(Cells(row, positions, out.Letters()));
     }
     const std::size_t noLimit = std::string::npos;
     const auto widths = Widths(lines, out.OnTerminal() ? out.Window().columns : noLimit);
     for (std::size_t line = 0; line < lines.size(); ++line) {
         const bool isHeading = layout.heading && line == 0;
-        out.Line(Joined(lines[line], widths), isHeading ? Colour::Bold : Colour::None);
+        out.Line(Joined(lines[line], widths, out.Letters()),
+                 isHeading ? Colour::Bold : Colour::None);
     }
 }
 

@@ -9,6 +9,8 @@
 #include "simulator/print_error.h"
 #include "text/printable.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -103,9 +105,9 @@ void PrintReply(GVariant* reply)
     for (gsize i = 0; i < g_variant_n_children(reply); ++i) {
         const Variant value(g_variant_get_child_value(reply, i));
         const bool isText = g_variant_is_of_type(value.Get(), G_VARIANT_TYPE_STRING) != FALSE;
-        text += isText ? Text::Printable(g_variant_get_string(value.Get(), nullptr))
-                       : std::string(TextPtr(g_variant_print(value.Get(), FALSE)).get());
-        text += '\n';
+        const TextPtr printed(isText ? g_variant_dup_string(value.Get(), nullptr)
+                                     : g_variant_print(value.Get(), FALSE));
+        text += Text::Printable(printed.get(), Text::LettersFor(STDOUT_FILENO)) + '\n';
     }
     Print(text);
 }

@@ -3,6 +3,8 @@
 
 #include "text/printable.h"
 
+#include <unistd.h>
+
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -13,7 +15,8 @@ namespace Simulator {
 /// g_printerr() would also replace letters that the locale cannot show, such as those in a path.
 inline void PrintError(std::string_view text)
 {
-    std::cerr << "emporium-simulator: " + Text::Printable(text) + "\n";
+    std::cerr << "emporium-simulator: " + Text::Printable(text, Text::LettersFor(STDERR_FILENO)) +
+                     "\n";
 }
 
 } // namespace Simulator

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <langinfo.h>
+#include <unistd.h>
 #include <utility>
 
 namespace Text {
@@ -59,9 +61,10 @@ bool IsBlankByDefinition(gunichar code)
     });
 }
 
-bool IsPrintable(const Character& character)
+bool IsPrintable(const Character& character, Letters letters)
 {
-    if (!character.valid || IsBlankByDefinition(character.code)) {
+    if (!character.valid || IsBlankByDefinition(character.code) ||
+        (letters == Letters::Ascii && character.code >= 0x80)) {
         return false;
     }
     switch (g_unichar_type(character.code)) {
@@ -113,11 +116,17 @@ std::size_t Columns(const Character& character)
 
 } // namespace
 
-std::string Printable(std::string_view text)
+Letters LettersFor(int descriptor)
+{
+    const bool isUtf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
+    return isUtf8 || isatty(descriptor) == 0 ? Letters::All : Letters::Ascii;
+}
+
+std::string Printable(std::string_view text, Letters letters)
 {
     std::string printable;
     ForEachCharacter(text, [&](const Character& character) {
-        if (IsPrintable(character)) {
+        if (IsPrintable(character, letters)) {
             printable += character.bytes;
         } else {
             printable += Escape(character);
@@ -133,7 +142,7 @@ std::size_t Columns(std::string_view text)
     return columns;
 }
 
-std::string Shorten(std::string_view text, std::size_t columns)
+std::string Shorten(std::string_view text, std::size_t columns, Letters letters)
 {
     if (Columns(text) <= columns) {
         return std::string(text);
@@ -149,14 +158,14 @@ std::string Shorten(std::string_view text, std::size_t columns)
         shortened += character.bytes;
         text.remove_prefix(character.bytes.size());
     }
-    return shortened + "\u2026";
+    return shortened + (letters == Letters::All ? "\u2026" : "~");
 }
 
-std::string PrintableJson(std::string_view document)
+std::string PrintableJson(std::string_view document, Letters letters)
 {
     std::string printable;
     ForEachCharacter(document, [&](const Character& character) {
-        if (IsPrintable(character)) {
+        if (IsPrintable(character, letters)) {
             printable += character.bytes;
         } else {
             printable += JsonEscape(character.code);

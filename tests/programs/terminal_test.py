@@ -135,6 +135,20 @@ class TerminalTest(OnTerminal):
         starts = {columns_of(line[:re.search(r"\S+\s+", line).end()]) for line in lines}
         self.assertEqual(len(starts), 1, "the second column begins at the same place in all lines")
 
+    def test_a_terminal_that_is_not_utf_8_gets_ascii(self):
+        self.start_daemon("--step-ms", "0")
+        self.environment["NO_COLOR"] = "1"
+        self.tell("AddPackage", "('gr\u011bn', '1', 's', 'c', @a{sv} {})", "false")
+        for arguments, wanted in ((["list"], "\ngr\\\\u011bn +1 "), (["list", "--json"], "gr\\\\u011bn"),
+                                  (["remove", "gr\u011bn"], "remove gr\\\\u011bn: succeeded")):
+            self.environment["LC_ALL"] = "C"
+            _, text = self.run_on_terminal(*arguments, columns=200)
+            self.assertTrue(text.isascii(), text)
+            self.assertRegex(text, wanted)
+        _, text = self.run_on_terminal("list", columns=20)
+        self.assertTrue(text.isascii(), text)
+        self.assertIn("~", text)
+
     def test_json_has_neither_colours_nor_limits(self):
         self.start_daemon()
         _, text = self.run_on_terminal("list", "--json", columns=20)

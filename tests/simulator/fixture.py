@@ -46,7 +46,8 @@ class SimulatorTest(unittest.TestCase):
         # Without G_SLICE, older versions of GLib hide their own leaks from the leak sanitizer.
         self.environment = dict(os.environ, TMPDIR=self.path, MONITOR=self.file("monitor"), LC_ALL="C",
                                 G_SLICE="always-malloc")
-        self.environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        for name in ("DBUS_SESSION_BUS_ADDRESS", "LANGUAGE"):
+            self.environment.pop(name, None)
 
     def tearDown(self):
         left = [name for name in os.listdir(self.path) if name.startswith("emporium-bus")]

@@ -2,6 +2,7 @@
 """What the simulator prints, and where; and its "ctl" command."""
 
 import os
+import pty
 import signal
 import subprocess
 from shlex import quote
@@ -111,6 +112,33 @@ class Output(SimulatorTest):
 
     def test_letters_of_any_language_are_printed_as_they_are(self):
         self.assertIn("gr\u00fcn: ", self.simulator("--catalogue", "gr\u00fcn").stderr)
+
+    def on_terminal(self, locale, *arguments):
+        ours, theirs = pty.openpty()
+        self.environment["LC_ALL"] = locale
+        subprocess.run([SIMULATOR, *arguments], env=self.environment, stdout=theirs, stderr=theirs,
+                       timeout=300, check=False)
+        os.close(theirs)
+        try:
+            return os.read(ours, 65536).decode()
+        finally:
+            os.close(ours)
+
+    def test_a_terminal_shows_the_letters_of_its_locale(self):
+        self.assertIn("gr\u00fcn: ", self.on_terminal("C.UTF-8", "--catalogue", "gr\u00fcn"))
+        self.assertIn("gr\\u00fcn: ", self.on_terminal("C", "--catalogue", "gr\u00fcn"))
+
+    def test_messages_of_the_system_are_in_the_user_s_language(self):
+        self.environment["LANGUAGE"] = "de"
+        run = self.simulator("--catalogue", "/no/such")
+        self.assertIn("No such file or directory", run.stderr)
+        self.environment["LC_ALL"] = "C.UTF-8"
+        german = subprocess.run(["ls", "/no/such"], env=self.environment, stderr=subprocess.PIPE, text=True,
+                                check=False).stderr.rpartition(": ")[2]
+        if "No such file" in german:
+            self.skipTest("no translation of the C library is installed")
+        run = self.simulator("--catalogue", "/no/such")
+        self.assertEqual(run.stderr, "emporium-simulator: /no/such: " + german)
 
     def test_verbose_prints_calls_replies_and_signals(self):
         run = self.simulator("--verbose", "--do", "EmitSignal 'Odd', '(1,)', 1", "--private-bus", "--", "gdbus", "call",
