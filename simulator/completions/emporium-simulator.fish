@@ -1,4 +1,11 @@
 # SPDX-License-Identifier: BSD-3-Clause
+# The command after "--", wherever that is.
+function __emporium_simulator_command
+    set -l words (commandline -opc) (commandline -ct)
+    set -e words[1..(contains -i -- -- $words)]
+    __fish_complete_subcommand --commandline $words
+end
+
 set -l c complete -c emporium-simulator
 $c -f
 $c -s h -l help -d 'Show the help'
@@ -28,4 +35,4 @@ $c -l verbose -d 'Print each call and signal'
 $c -n 'test (count (commandline -opc)) -eq 1' -a ctl -d 'Call a verb of a running simulator'
 $c -n 'test (count (commandline -opc)) -eq 2; and test (commandline -opc)[2] = ctl' -a "FailCall DelayReply SetReply QueueSignal ExitDuring Calls DropProperty SetProperty RestoreProperty EmitSignal EmitSignalFrom Vanish Return FailOperation AddPackage RemovePackage AddActiveOperation AddCompletedOperation Reset StartReplay WaitForCall WaitForStatus WaitForClient"
 $c -n 'test (count (commandline -opc)) -eq 3; and test (commandline -opc)[2] = ctl' -a "GetAllProperties Install Remove Start Restart"
-$c -n 'contains -- --private-bus (commandline -opc); and contains -- -- (commandline -opc)' -a '(__fish_complete_subcommand --fcs-skip=3)'
+$c -n 'contains -- --private-bus (commandline -opc); and contains -- -- (commandline -opc)' -a '(__emporium_simulator_command)'
