@@ -284,6 +284,38 @@ class SchemaTest(ProgramTest):
             self.assertEqual(len(events), 5)
             self.assertEqual(all("time" in event for event in events), bool(option))
 
+    def test_recordings_conform(self):
+        self.start_daemon()
+        program = self.start("record", "-")
+        self.until_called("GetAllProperties")
+        self.emit("PackageUpgraded", "(('a', '1', 's', 'c', @a{sv} {}),)")
+        self.emit("OperationStatusChanged", "(('u', 'p', 0, 101, 8),)")
+        self.tell("Vanish", 0)
+        program.until_output("DaemonVanished")
+        self.tell("Return")
+        program.until_output("DaemonAppeared")
+        program.signal(signal.SIGINT)
+        self.ends(program, 0)
+        lines = [self.check("record", line) for line in program.output().splitlines()]
+        self.assertEqual([line["type"] for line in lines], ["snapshot"] + 4 * ["event"])
+
+    def test_every_command_without_a_daemon_prints_an_error(self):
+        self.start_daemon()
+        self.tell("Vanish", 0)
+        without_bus = dict(self.environment, DBUS_SESSION_BUS_ADDRESS="unix:path=/nonexistent")
+        for self.environment in (self.environment, without_bus):
+            for arguments in (["list"], ["info", "a"], ["operations"], ["install", "a"], ["upgrade", "a"],
+                              ["remove", "a"], ["remove", "--no-wait", "a"], ["wait", "a"], ["start", "a"],
+                              ["restart", "a"], ["watch"], ["status"], ["record", self.file("recording")]):
+                with self.subTest(arguments=arguments):
+                    document, = self.documents(arguments[0], *arguments, status=3)
+                    self.assertEqual(list(document), ["error"])
+
+    def test_a_recording_that_cannot_be_written_is_an_error_document(self):
+        self.start_daemon()
+        document, = self.documents("record", "record", "/no/such/file", status=1)
+        self.assertIn("cannot write /no/such/file", document["error"]["message"])
+
     def test_json_escapes_what_is_not_printable(self):
         self.start_daemon()
         self.tell("AddPackage", "('a\\u007f\\u009b\\u202eü', '1', 's', 'c', @a{sv} {})", "false")
