@@ -3,6 +3,8 @@
 
 #include "emporiumctl/names.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -100,6 +102,15 @@ CallError BadArgument(const std::string& message)
     constexpr Common::ErrorCode code = Common::ErrorCode::InvalidArguments;
     return {CallOutcome::Refused, static_cast<int>(code),
             Common::ErrorCodeHelper(static_cast<int>(code)).errorCodeAsString(), message};
+}
+
+std::optional<CallError> CheckArgument(const std::string& argument)
+{
+    const auto size = static_cast<gssize>(argument.size());
+    if (g_utf8_validate(argument.data(), size, nullptr) == FALSE) {
+        return BadArgument("not UTF-8, so the bus cannot transport it");
+    }
+    return {};
 }
 
 } // namespace EmporiumCtl

@@ -34,4 +34,7 @@ CallError ReadCallError(const std::string& text);
 /// A refusal by this program itself.
 CallError BadArgument(const std::string& message);
 
+/// Refuses an argument that the bus cannot transport.
+std::optional<CallError> CheckArgument(const std::string& argument);
+
 } // namespace EmporiumCtl

@@ -26,6 +26,10 @@ std::vector<std::string> WithEmptyValues(const std::vector<std::string>& argumen
         options = options && argument != "--";
         if (options && argument.size() > 3 && argument.rfind("--", 0) == 0 &&
             argument.find('=') == argument.size() - 1) {
+            // CLI11 takes an empty value for a missing one, which this option allows.
+            if (argument == "--wait=") {
+                throw UsageError("--wait: an empty value");
+            }
             separate.push_back(argument.substr(0, argument.size() - 1));
             separate.emplace_back();
         } else {
@@ -54,6 +58,9 @@ std::vector<std::string> OptionNames(const CLI::App& app, const CLI::App* comman
         for (const CLI::Option* const option : owner->get_options()) {
             for (const std::string& name : option->get_lnames()) {
                 names.push_back("--" + name);
+            }
+            for (const std::string& name : option->get_snames()) {
+                names.push_back('-' + name);
             }
         }
     }
@@ -300,7 +307,7 @@ std::string CommandLine::Suggestion(const std::vector<std::string>& arguments) c
     const CLI::App* command = nullptr;
     for (std::size_t index = 0; index < arguments.size() && arguments[index] != "--"; ++index) {
         const std::string& argument = arguments[index];
-        if (argument.rfind("--", 0) == 0) {
+        if (argument.size() > 1 && argument.front() == '-') {
             const std::string name = argument.substr(0, argument.find('='));
             const std::vector<std::string> names = OptionNames(m_app, command);
             if (!Contains(names, name)) {
@@ -309,7 +316,7 @@ std::string CommandLine::Suggestion(const std::vector<std::string>& arguments) c
             const CLI::Option* const option = m_app.get_option_no_throw(name);
             const bool hasValue = option != nullptr && option->get_items_expected_min() > 0;
             index += hasValue && name == argument ? 1 : 0;
-        } else if (command == nullptr && argument.rfind('-', 0) != 0) {
+        } else if (command == nullptr) {
             const std::vector<std::string> names = CommandNames(m_app);
             if (!Contains(names, argument)) {
                 return "there is no command '" + argument + "'" + Text::DidYouMean(argument, names);

@@ -75,7 +75,7 @@ private:
     RecordOptions m_record;
     std::vector<std::string> m_uuids;
     std::string m_id;
-    std::string m_error;
+    std::optional<std::string> m_error;
     bool m_active = false;
     bool m_completed = false;
 };

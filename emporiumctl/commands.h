@@ -71,7 +71,7 @@ ExitStatus Record(Session& session, Output& out, const RecordOptions& options);
 ExitStatus Status(Session& session, Output& out, const StatusOptions& options);
 
 /// Prints all error codes, or the one with this number, short name or bus name.
-ExitStatus Errors(Output& out, const std::string& wanted);
+ExitStatus Errors(Output& out, const std::optional<std::string>& wanted);
 
 /// The columns of the tables, as the options name them.
 inline const std::vector<std::string> packageColumns{"id", "version", "developer", "subgroup"};

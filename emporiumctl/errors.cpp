@@ -4,14 +4,14 @@
 #include "emporiumctl/names.h"
 #include "text/suggestion.h"
 
-#include <strings.h>
+#include <glib.h>
 
 namespace EmporiumCtl {
 namespace {
 
 bool SameLetters(const std::string& a, const std::string& b)
 {
-    return strcasecmp(a.c_str(), b.c_str()) == 0;
+    return g_ascii_strcasecmp(a.c_str(), b.c_str()) == 0;
 }
 
 bool Matches(const KnownError& error, const std::string& wanted)
@@ -34,28 +34,28 @@ ExitStatus ReportUnknown(Output& out, const std::string& wanted)
     for (const KnownError& error : KnownErrors()) {
         names.push_back(error.name);
     }
-    return Report(out, FailureOf(ExitStatus::Failed,
-                                 "there is no error " + wanted + Text::DidYouMean(wanted, names)));
+    return Report(out, FailureOf(ExitStatus::Failed, "there is no error " + Shown(wanted) +
+                                                         Text::DidYouMean(wanted, names)));
 }
 
 } // namespace
 
-ExitStatus Errors(Output& out, const std::string& wanted)
+ExitStatus Errors(Output& out, const std::optional<std::string>& wanted)
 {
     std::vector<Row> rows;
     Json list = Json::array();
     for (const KnownError& error : KnownErrors()) {
-        if (wanted.empty() || Matches(error, wanted)) {
+        if (!wanted || Matches(error, *wanted)) {
             rows.push_back({std::to_string(error.code), error.name, error.message, error.busName});
             list.push_back(ToJson(error));
         }
     }
     if (rows.empty()) {
-        return ReportUnknown(out, wanted);
+        return ReportUnknown(out, *wanted);
     }
     if (out.Json()) {
         out.Document(list);
-    } else if (wanted.empty()) {
+    } else if (!wanted) {
         PrintTable(out, {"CODE", "NAME", "MESSAGE", "BUS NAME"}, rows, {});
     } else {
         out.Line("Code:     " + rows.front()[0]);

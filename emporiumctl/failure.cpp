@@ -25,22 +25,27 @@ Failure FailureOf(ExitStatus status, const std::string& message)
     return failure;
 }
 
+std::string Shown(const std::string& target)
+{
+    return target.empty() ? "''" : target;
+}
+
 std::string About(const std::string& target, const CallError& error)
 {
-    return (target.empty() ? "''" : target) + ": " + error.Text();
+    return Shown(target) + ": " + error.Text();
 }
 
 ExitStatus Report(Output& out, const Failure& failure)
 {
     if (out.Json()) {
         Json error = ToJson(failure.error);
-        if (!failure.target.empty()) {
-            error["target"] = failure.target;
+        if (failure.target) {
+            error["target"] = *failure.target;
         }
         out.Document({{"error", error}});
         out.Flush();
     }
-    Complain(failure.target.empty() ? failure.error.Text() : About(failure.target, failure.error));
+    Complain(failure.target ? About(*failure.target, failure.error) : failure.error.Text());
     return failure.status;
 }
 

@@ -5,6 +5,7 @@
 #include "emporiumctl/exit_status.h"
 #include "emporiumctl/output.h"
 
+#include <optional>
 #include <string>
 
 namespace EmporiumCtl {
@@ -14,7 +15,7 @@ struct Failure
 {
     ExitStatus status = ExitStatus::Failed;
     CallError error;
-    std::string target = {}; ///< What the error is about; may be empty.
+    std::optional<std::string> target = {}; ///< What the error is about.
 };
 
 ExitStatus StatusOf(CallOutcome outcome);
@@ -22,7 +23,10 @@ ExitStatus StatusOf(CallOutcome outcome);
 /// A failure that no call has caused.
 Failure FailureOf(ExitStatus status, const std::string& message);
 
-/// The error with the target that it is about. An empty target is shown in quotes.
+/// A target or a path in a message: in quotes if it is empty.
+std::string Shown(const std::string& target);
+
+/// The error with the target that it is about.
 std::string About(const std::string& target, const CallError& error);
 
 /// Prints the failure, with JSON as a document too, and returns its status.

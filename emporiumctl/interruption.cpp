@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -22,7 +23,11 @@ namespace EmporiumCtl {
 namespace {
 
 // SIGWINCH interrupts nothing, but wakes the main loop to redraw.
-constexpr std::array<int, 4> caught{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
+constexpr std::array<int, 5> caught{SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGALRM};
+
+// How long an interrupted command may take to end by itself. It may block in a write to a pipe that
+// nobody reads.
+constexpr unsigned secondsToEnd = 5;
 
 // What the handler and SetTimeout() tell the thread: the number of a signal, or one of these.
 constexpr char stop = 0;
@@ -30,6 +35,8 @@ constexpr char newTimeout = 127;
 
 /// The only means of a signal handler.
 std::array<int, 2> channel{-1, -1};
+std::atomic<bool> interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 void Tell(char what)
 {
@@ -38,8 +45,13 @@ void Tell(char what)
     errno = error;
 }
 
+/// Ends the process itself where the thread cannot: the thread may block in a report.
 void Handle(int number)
 {
+    if (number == SIGALRM || (number == SIGINT && interrupted)) {
+        _exit(static_cast<int>(ExitStatus::NotKnown));
+    }
+    interrupted = interrupted || number != SIGWINCH;
     Tell(static_cast<char>(number));
 }
 
@@ -171,9 +183,6 @@ void Interruption::OnSignal(char number)
     if (number == SIGWINCH) {
         g_main_context_wakeup(nullptr);
     } else if (number != newTimeout) {
-        if (Happened() && number == SIGINT) {
-            std::_Exit(static_cast<int>(ExitStatus::NotKnown));
-        }
         Happen("interrupted");
     }
 }
@@ -185,6 +194,8 @@ void Interruption::Happen(const std::string& reason)
         return;
     }
     m_reason = reason;
+    interrupted = true;
+    alarm(secondsToEnd);
     if (m_report) {
         EndProcess();
     }

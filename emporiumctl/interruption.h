@@ -14,7 +14,8 @@ namespace EmporiumCtl {
 ///
 /// A thread of its own waits for these: the library's calls block for up to 25 seconds and cannot be
 /// cancelled. During such a call the thread itself reports and ends the process; otherwise it wakes
-/// the main loop, and the command ends by itself. A second Ctrl-C ends the process at once.
+/// the main loop, and the command ends by itself. If it has not ended some seconds later, or at a second
+/// Ctrl-C, the process ends at once, even if a report or another write blocks.
 class Interruption
 {
 public:

@@ -38,6 +38,9 @@ ExitStatus Launch(Session& session, Output& out, const std::string& id, Launcher
         failure.target = id;
         Report(out, failure);
     };
+    if (const auto error = CheckArgument(id)) {
+        return Report(out, {ExitStatus::Failed, *error, id});
+    }
     const auto result = session.Call(report, [&] { return (session.Connection().*launcher)(id); });
     if (!result) {
         const CallError error = LaunchError(session, result.GetError());

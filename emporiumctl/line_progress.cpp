@@ -37,7 +37,7 @@ void LineProgress::Ended(const Task& task)
 void LineProgress::NotKnown(const Task& task, const std::string& reason)
 {
     const std::string uuid = task.uuid.empty() ? "" : " (" + task.uuid + ')';
-    PrintError(task.target + ": the outcome is not known" + uuid + ": " + reason);
+    PrintError(Shown(task.target) + ": the outcome is not known" + uuid + ": " + reason);
 }
 
 void LineProgress::GoesOn(const Task& task)
@@ -47,7 +47,7 @@ void LineProgress::GoesOn(const Task& task)
 
 void LineProgress::NotRequested(const Task& task)
 {
-    PrintError(task.target + ": not requested");
+    PrintError(Shown(task.target) + ": not requested");
 }
 
 void LineProgress::DaemonVanished()

@@ -16,15 +16,24 @@ namespace {
 /// How long the return of a vanished daemon is waited for without a time-out.
 constexpr guint returnLimitSeconds = 30;
 
-/// Paths are made absolute: the daemon has another working directory.
+/// The daemon has another working directory.
+std::string AbsolutePath(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    if (error) {
+        throw std::invalid_argument("no working directory: " + error.message());
+    }
+    return absolute.string();
+}
+
 Emporium::OperationRequest MakeRequest(const Task& task, bool remote)
 {
     if (task.target.empty()) {
         throw std::invalid_argument("an empty argument");
     }
-    if (g_utf8_validate(task.target.data(), static_cast<gssize>(task.target.size()), nullptr) ==
-        FALSE) {
-        throw std::invalid_argument("not UTF-8, so the bus cannot transport it");
+    if (const auto error = CheckArgument(task.target)) {
+        throw std::invalid_argument(error->message);
     }
     Emporium::OperationRequest::Builder builder;
     builder.SetOperationType(task.type);
@@ -33,7 +42,7 @@ Emporium::OperationRequest MakeRequest(const Task& task, bool remote)
     } else if (remote && task.target.front() != '/') {
         throw std::invalid_argument("on another host, the path must be absolute");
     } else {
-        builder.SetPackagePath(std::filesystem::absolute(task.target).string());
+        builder.SetPackagePath(AbsolutePath(task.target));
     }
     return builder.Build();
 }
@@ -182,7 +191,8 @@ ExitStatus OperationFollower::Wait()
             LookUp();
         }
         if (m_returnLimitReached) {
-            GiveUp("the daemon has not returned");
+            GiveUp("the daemon has not returned within " + std::to_string(returnLimitSeconds) +
+                   " s");
         }
         m_progress.Refresh(m_tasks);
         if (AwaitsAny()) {

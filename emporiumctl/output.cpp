@@ -71,7 +71,8 @@ void Output::Document(const EmporiumCtl::Json& document)
 void Complain(std::string_view message)
 {
     DescriptorWriter errors(STDERR_FILENO);
-    errors.Append("emporiumctl: " + Text::Printable(message, Text::LettersFor(STDERR_FILENO)) + '\n');
+    errors.Append("emporiumctl: " + Text::Printable(message, Text::LettersFor(STDERR_FILENO)) +
+                  '\n');
     errors.Flush();
 }
 

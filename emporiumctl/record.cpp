@@ -19,6 +19,7 @@ namespace {
 class RecordingFile
 {
 public:
+    /// Blocks on a named pipe until it is read.
     RecordingFile(const std::string& path, bool replace)
     {
         if (path == "-") {
@@ -104,16 +105,23 @@ private:
     std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
-ExitStatus CannotWrite(Output& out, const std::string& path, const std::string& reason)
+ExitStatus CannotWrite(Output& out, const std::string& path, const std::string& reason,
+                       ExitStatus status = ExitStatus::Failed)
 {
-    return Report(out, FailureOf(ExitStatus::Failed, "cannot write " + path + ": " + reason));
+    return Report(out, FailureOf(status, "cannot write " + Shown(path) + ": " + reason));
 }
 
 } // namespace
 
 ExitStatus Record(Session& session, Output& out, const RecordOptions& options)
 {
-    const RecordingFile file(options.path, options.force);
+    session.Settle();
+    const RecordingFile file = session.Call(
+        [&] {
+            CannotWrite(out, options.path, session.TheInterruption().Reason(),
+                        ExitStatus::NotKnown);
+        },
+        [&] { return RecordingFile(options.path, options.force); });
     if (!file.Error().empty()) {
         return CannotWrite(out, options.path, file.Error());
     }

@@ -189,31 +189,77 @@ class WaitingTest(ProgramTest):
     def test_a_second_ctrl_c_ends_the_program_at_once(self):
         self.start_daemon()
         reader, writer = os.pipe()
-        program = self.start("watch", stdout=writer)
+        program = self.start("watch", stdout=writer, env=self.other_waits(1000000))
         os.close(writer)
         self.until_called("GetAllProperties")
         self.emit("PackageRemoved", f"('{NOTES}',)")
         self.emit("OperationStatusChanged", "(('u', 'p', 0, 50, 0),)", 20000)
         # The program is blocked in a write to a pipe that nobody reads.
-        until(lambda: "pipe" in self.wait_channel(program) or self.is_writing(program),
-              "a blocked write")
+        self.until_blocked(program)
         program.signal(signal.SIGINT)
         self.assertRaises(subprocess.TimeoutExpired, program.process.wait, 0.5)
         program.signal(signal.SIGINT)
         self.ends(program, 4)
         os.close(reader)
 
-    def wait_channel(self, program):
-        try:
-            with open(f"/proc/{program.process.pid}/wchan", encoding="ascii") as file:
-                return file.read()
-        except OSError:
-            return ""
+    def test_a_second_ctrl_c_ends_a_report_that_blocks(self):
+        self.start_daemon()
+        self.tell("DelayReply", "GetAllProperties", 100000)
+        program = self.start("--json", "list", stdout=self.full_pipe(), env=self.other_waits(1000000))
+        self.until_called("GetAllProperties")
+        program.signal(signal.SIGINT)
+        self.until_blocked(program)
+        program.signal(signal.SIGINT)
+        self.ends(program, 4)
 
-    def is_writing(self, program):
+    def test_an_interrupted_program_does_not_wait_long_for_a_reader(self):
+        self.start_daemon()
+        program = self.start("list", stdout=self.full_pipe(), env=self.other_waits(10))
+        self.until_blocked(program)
+        program.signal(signal.SIGTERM)
+        self.ends(program, 4)
+        program = self.start("list", "--timeout", "1", stdout=self.full_pipe(), env=self.other_waits(10))
+        self.ends(program, 4)
+
+    def test_a_named_pipe_that_nobody_reads_can_be_interrupted(self):
+        self.start_daemon()
+        path = self.file("pipe")
+        os.mkfifo(path)
+        program = self.start("record", path)
+        self.until_blocked(program)
+        program.signal(signal.SIGTERM)
+        self.ends(program, 4)
+        self.assertIn(f"cannot write {path}: interrupted", program.errors())
+        run = self.ctl("record", path, "--timeout", "1")
+        self.assertEqual(run.returncode, 4)
+        self.assertIn(f"cannot write {path}: the time-out of 1 s has expired", run.stderr)
+
+    def test_a_daemon_that_does_not_return_is_given_30_seconds_by_default(self):
+        self.start_daemon()
+        program = self.start("remove", NOTES, env=self.other_waits(1))
+        uuid = program.until_output(UUID)[0]
+        self.tell("Vanish", 0)
+        self.ends(program, 4)
+        self.assertIn(f"{NOTES}: the outcome is not known ({uuid}): the daemon has not returned within 30 s",
+                      program.errors())
+        self.assertEqual(self.content(self.file("seconds")), "30")
+
+    def until_blocked(self, program):
+        until(lambda: any(map(self.is_blocked, self.threads(program))), "a blocked call")
+
+    def threads(self, program):
+        directory = f"/proc/{program.process.pid}/task"
+        return [os.path.join(directory, thread) for thread in os.listdir(directory)]
+
+    def is_blocked(self, thread):
+        """True in a write to standard output, or while a named pipe is opened."""
         try:
-            with open(f"/proc/{program.process.pid}/syscall", encoding="ascii") as file:
-                return re.match(r"(1|64) 0x1 ", file.read())
+            with open(f"{thread}/wchan", encoding="ascii") as file:
+                channel = file.read()
+            if re.search("pipe_w|wait_for_partner|fifo_open", channel):
+                return True
+            with open(f"{thread}/syscall", encoding="ascii") as file:
+                return re.match(r"(1|64) 0x1 ", file.read()) is not None
         except OSError:
             return False
 

@@ -5,6 +5,7 @@ import os
 import re
 import signal
 import stat
+import subprocess
 
 from program_fixture import SOURCE_DIR, ProgramTest, main, until
 
@@ -24,6 +25,7 @@ class CommandLineTest(ProgramTest):
                                   (["--timeot=5", "list"], "did you mean '--timeout'?"),
                                   (["list", "--fliter", "x"], "did you mean '--filter'?"),
                                   (["--timeout", "5", "listt"], "did you mean 'list'?"),
+                                  (["-v"], "there is no option '-v'"),
                                   (["xyzzy"], "there is no command 'xyzzy' (see")):
             with self.subTest(arguments=arguments):
                 run = self.ctl(*arguments)
@@ -38,7 +40,8 @@ class CommandLineTest(ProgramTest):
                           ["--timeout", "-1", "list"], ["--timeout=", "list"], ["list", "--columns="],
                           ["--color", "blue", "list"], ["--host=", "list"], ["watch", "--event", "x"],
                           ["status", "--wait=x"], ["operations", "--active", "--completed"],
-                          ["list", "--json", "--no-header"], ["record"], ["wait"]):
+                          ["list", "--json", "--no-header"], ["record"], ["wait"], ["status", "--wait="],
+                          ["-v"], ["list", "--columns", ""], ["--timeout", "", "list"]):
             with self.subTest(arguments=arguments):
                 run = self.ctl(*arguments)
                 self.assertEqual((run.returncode, run.stdout), (2, ""), run.stderr)
@@ -54,6 +57,64 @@ class CommandLineTest(ProgramTest):
         self.assertEqual(self.ctl("list", "--filter=", "x").returncode, 2)
         run = self.ctl("remove", "--", "--filter=")
         self.assertIn("--filter=: PackageNotExist", run.stderr)
+
+
+    def test_an_empty_target_is_shown_in_quotes(self):
+        self.start_daemon()
+        for arguments, status in ((["start", ""], 1), (["remove", ""], 1), (["wait", ""], 4)):
+            run = self.ctl(*arguments)
+            self.assertEqual(run.returncode, status)
+            self.assertIn("emporiumctl: '': ", run.stderr)
+        run = self.ctl("record", "")
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("emporiumctl: cannot write '': No such file or directory", run.stderr)
+
+    def test_an_empty_name_is_not_every_error(self):
+        run = self.ctl("errors", "")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("there is no error ''", run.stderr)
+
+    def test_text_that_the_bus_cannot_transport_is_refused(self):
+        self.start_daemon()
+        for command in ("start", "restart", "remove", "install", "upgrade"):
+            run = self.ctl(command, b"\xff")
+            self.assertEqual(run.returncode, 1)
+            self.assertIn("emporiumctl: \\xff: InvalidArguments: not UTF-8, so the bus cannot transport it",
+                          run.stderr)
+
+    def test_without_a_working_directory_a_relative_path_is_refused(self):
+        self.start_daemon()
+        directory = self.file("gone")
+        os.mkdir(directory)
+        run = self.ctl("install", "new.pkg", cwd=directory, preexec_fn=lambda: os.rmdir(directory))
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("new.pkg: InvalidArguments: no working directory: No such file or directory", run.stderr)
+
+
+class LocaleTest(ProgramTest):
+    def test_messages_of_the_system_are_in_the_user_s_language(self):
+        self.start_daemon()
+        self.environment["LANGUAGE"] = "de"
+        german = subprocess.run(["ls", "/no/such"], env=self.environment, stderr=subprocess.PIPE,
+                                text=True, check=False).stderr.rpartition(": ")[2]
+        if "No such file" in german:
+            self.skipTest("no translation of the C library is installed")
+        self.assertEqual(self.ctl("record", "/no/such/file").stderr,
+                         "emporiumctl: cannot write /no/such/file: " + german)
+        self.environment["LC_ALL"] = "C"
+        self.assertIn("No such file or directory", self.ctl("record", "/no/such/file").stderr)
+
+    def test_letters_pass_unchanged_in_every_locale(self):
+        self.start_daemon()
+        self.tell("AddPackage", "('gr\u00fcn', '1', 's', 'c', @a{sv} {})", "false")
+        path = self.package("gr\u00fcn.pkg", "org.example.new")
+        for locale in ("C", "C.UTF-8"):
+            self.environment["LC_ALL"] = locale
+            self.assertIn("gr\u00fcn", self.succeeds("list"))
+            self.assertIn("gr\u00fcn", self.succeeds("list", "--filter", "\u00fc", "--json"))
+            self.assertIn(path, self.succeeds("install", path))
+            self.succeeds("remove", "org.example.new")
+            self.assertIn("gr\u00fcn: ", self.ctl("start", "nicht gr\u00fcn").stderr)
 
 
 class ErrorsTest(ProgramTest):
@@ -256,10 +317,21 @@ exec sh -c "$*" # as the other machine does
         self.assertEqual(run.returncode, 3)
         self.assertIn("there is no session bus", run.stderr)
 
+    def test_ssh_ends_with_the_program(self):
+        self.file("bin/ssh", f"#!/bin/sh\necho $$ >{self.file('ssh')}.new; mv {self.file('ssh')}.new "
+                  f"{self.file('ssh')}; exec sleep 600\n")
+        program = self.start("--host", "far", "list", env=self.remote)
+        ssh = int(until(lambda: self.content(self.file("ssh"))))
+        program.signal(signal.SIGTERM)
+        self.ends(program, 4)
+        until(lambda: self.has_ended(ssh), "the end of ssh")
+
+    def has_ended(self, process_id):
+        state = re.search("State:\t(.)", self.content(f"/proc/{process_id}/status"))
+        return state is None or state[1] == "Z"
+
     def test_a_connection_that_is_cut_is_a_lost_bus(self):
-        local, self.environment = self.environment, self.remote
-        program = self.start("--host", "far", "watch")
-        self.environment = local
+        program = self.start("--host", "far", "watch", env=self.remote)
         self.until_called("GetAllProperties")
         self.kill_bus()
         self.ends(program, 3)

@@ -16,6 +16,7 @@ from children import die_with_parent  # noqa: E402
 SIMULATOR = os.environ["EMPORIUM_SIMULATOR"]
 CTL = os.environ["EMPORIUMCTL"]
 SOURCE_DIR = os.environ["EMPORIUM_SOURCE_DIR"]
+OTHER_WAITS = os.environ["OTHER_WAITS"]
 DEADLINE = 240
 
 
@@ -40,8 +41,8 @@ class Running:
         options.setdefault("stdout", self.out)
         options.setdefault("stderr", self.err)
         options.setdefault("preexec_fn", die_with_parent)
-        self.process = subprocess.Popen([CTL, *arguments], env=test.environment,
-                                        stdin=subprocess.DEVNULL, **options)
+        options.setdefault("env", test.environment)
+        self.process = subprocess.Popen([CTL, *arguments], stdin=subprocess.DEVNULL, **options)
 
     def read(self, file):
         with open(file.name, "rb") as again:
@@ -86,7 +87,7 @@ class ProgramTest(unittest.TestCase):
         self.environment = dict(os.environ, HOME=self.directory.name, TMPDIR=self.directory.name,
                                 XDG_CACHE_HOME=self.file("cache"), LC_ALL="C.UTF-8",
                                 VEYRA_APP_ID="org.example.programs", G_SLICE="always-malloc")
-        for name in ("DBUS_SESSION_BUS_ADDRESS", "NO_COLOR", "SYSTEMD_BUS_TIMEOUT"):
+        for name in ("DBUS_SESSION_BUS_ADDRESS", "LANGUAGE", "NO_COLOR", "SYSTEMD_BUS_TIMEOUT"):
             self.environment.pop(name, None)
 
     def file(self, name, content=None):
@@ -115,6 +116,25 @@ class ProgramTest(unittest.TestCase):
         address = self.simulator.stdout.readline().decode().strip()
         self.assertTrue(address, "the simulator has not started")
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+
+    def other_waits(self, milliseconds_per_second):
+        """An environment in which a program does not wait for as long as it says."""
+        return dict(self.environment, LD_PRELOAD=OTHER_WAITS, ASKED_SECONDS=self.file("seconds"),
+                    ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0",
+                    MILLISECONDS_PER_SECOND=str(milliseconds_per_second))
+
+    def full_pipe(self):
+        """The end of a pipe into which nothing can be written."""
+        reader, writer = os.pipe()
+        for descriptor in (reader, writer):
+            self.addCleanup(os.close, descriptor)
+        os.set_blocking(writer, False)
+        try:
+            while True:
+                os.write(writer, b" " * 65536)
+        except BlockingIOError:
+            os.set_blocking(writer, True)
+            return writer
 
     def stop_daemon(self):
         for program in self.running:
