@@ -11,7 +11,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 root=$PWD
 
 # The directories with the project's own C++.
-source_directories=(include src platform text simulator emporiumctl examples tests bench)
+source_directories=(include src platform text simulator emporiumctl testing examples tests bench)
 
 say() { printf '%s: %s\n' "$program" "$*"; }
 complain() { printf '%s: %s\n' "$program" "$*" >&2; }

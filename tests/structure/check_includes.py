@@ -31,11 +31,14 @@ ARROWS = {
     "text/": GLIB,
     "simulator/": ['"text/', '"common/errors/', '"common/log/', '"common/fs/file_descriptor.h',
                    '"dbus/contract.h', "<CLI/", "<nlohmann/"] + PUBLIC_COMMON + GLIB,
+    "testing/include/": PUBLIC,
+    "testing/": ['"simulator/bus/private_', '"simulator/faults/control_contract.h',
+                 '"simulator/glib_ptr.h', '"common/fs/file_descriptor.h', "<emporium/testing/"] + GLIB,
     "emporiumctl/": ['"emporiumctl/', '"text/', "<CLI/", "<nlohmann/"] + PUBLIC + GLIB,
 }
 # The includes that are checked. All others are from the system, the C++ library or the same folder.
 TARGET = re.compile(r"""\s*\#\s*include\s*
-    (?:["<](?:client|common|dbus|model|emporium|emporiumctl|simulator|text)/|["<]appdir\.h|
+    (?:["<](?:client|common|dbus|model|emporium|emporiumctl|simulator|testing|text)/|["<]appdir\.h|
     <(?:sdbus|systemd|glib|gio|boost|CLI|nlohmann))""", re.VERBOSE)
 
 
@@ -48,7 +51,7 @@ def includes(root, name):
 def main():
     root, sample = pathlib.Path(sys.argv[1]), "--sample" in sys.argv
     bad, marked = [], []
-    for place in ("include", "src", "platform", "text", "simulator", "emporiumctl"):
+    for place in ("include", "src", "platform", "text", "simulator", "emporiumctl", "testing"):
         for path in sorted((root / place).rglob("*.h")) + sorted((root / place).rglob("*.cpp")):
             name = path.relative_to(root).as_posix()
             allowed = [arrows for start, arrows in ARROWS.items() if name.startswith(start)]

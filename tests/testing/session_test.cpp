@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "support/output.h"
+#include "support/temporary_directory.h"
+
+#include <emporium/testing/error.h>
+#include <emporium/testing/session.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using namespace Emporium::Testing;
+using TestSupport::MessageOf;
+using TestSupport::TemporaryDirectory;
+
+TEST(TestSession, SetsTheVariablesOfAnApplication)
+{
+    const Session session("org.example.editor");
+    EXPECT_EQ(std::getenv("DBUS_SESSION_BUS_ADDRESS"), session.Bus().Address());
+    EXPECT_EQ(std::getenv("HOME"), session.Home());
+    EXPECT_EQ(std::getenv("XDG_CACHE_HOME"), session.CacheHome());
+    EXPECT_STREQ(std::getenv("VEYRA_APP_ID"), "org.example.editor");
+    EXPECT_TRUE(std::filesystem::is_empty(session.Home()));
+    EXPECT_TRUE(std::filesystem::is_empty(session.CacheHome()));
+    EXPECT_TRUE(session.Bus().NameHasOwner("org.freedesktop.DBus"));
+    EXPECT_FALSE(session.Bus().NameHasOwner("org.velmora.Emporium"));
+}
+
+TEST(TestSession, RestoresTheVariablesAndRemovesItsFiles)
+{
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/former", 1);
+    setenv("HOME", "/former", 1);
+    unsetenv("VEYRA_APP_ID");
+    std::filesystem::path directory;
+    {
+        Session session;
+        directory = session.Bus().Directory();
+        session.Variables().Set("HOME", "/another");
+        session.PackageFile("org.example.clock");
+    }
+    EXPECT_STREQ(std::getenv("DBUS_SESSION_BUS_ADDRESS"), "unix:path=/former");
+    EXPECT_STREQ(std::getenv("HOME"), "/former");
+    EXPECT_EQ(std::getenv("VEYRA_APP_ID"), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(directory));
+}
+
+TEST(TestSession, KeepsWhatIsStoredAtExitOutOfTheUsersCache)
+{
+    setenv("XDG_CACHE_HOME", "/former", 1);
+    {
+        const Session session;
+    }
+    const std::filesystem::path cache = std::getenv("XDG_CACHE_HOME");
+    EXPECT_NE(cache, "/former");
+    EXPECT_TRUE(std::filesystem::is_directory(cache));
+}
+
+TEST(TestSession, SaysWhyABusDoesNotStart)
+{
+    const TemporaryDirectory directory;
+    const auto program = directory.Path() / "dbus-daemon";
+    std::ofstream(program) << "#!/bin/sh\necho 'no bus today' >&2\nexit 1\n";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    Environment environment;
+    environment.Set("PATH", directory.Path().string() + ":" + std::getenv("PATH"));
+    EXPECT_EQ(MessageOf<Error>([] { const Session session; }),
+              "the private bus does not start: no bus today");
+}
+
+TEST(TestBus, ThatDoesNotStartInTimeIsAnError)
+{
+    const TemporaryDirectory directory;
+    const auto program = directory.Path() / "dbus-daemon";
+    std::ofstream(program) << "#!/bin/sh\nexec sleep 600\n";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    Environment environment;
+    environment.Set("PATH", directory.Path().string() + ":" + std::getenv("PATH"));
+    EXPECT_EQ(MessageOf<DeadlineExceeded>(
+                  [] { const PrivateBus bus({}, std::chrono::milliseconds(30)); }),
+              "the private bus did not start within 30 ms");
+}
+
+TEST(TestBus, ThatIsSuspendedIsAnErrorAtTheDeadline)
+{
+    PrivateBus bus({}, std::chrono::seconds(1));
+    bus.Suspend();
+    EXPECT_EQ(MessageOf<DeadlineExceeded>([&] { bus.NameHasOwner("a.b"); }),
+              "the bus did not accept a connection within 1000 ms");
+    bus.Resume();
+    EXPECT_FALSE(bus.NameHasOwner("a.b"));
+}
+
+TEST(TestBus, CanBeStartedAgainAtItsAddress)
+{
+    PrivateBus bus;
+    const std::string address = bus.Address();
+    EXPECT_FALSE(bus.NameHasOwner("a.b"));
+    bus.Kill();
+    EXPECT_NE(MessageOf<Error>([&] { bus.NameHasOwner("a.b"); }), "");
+    bus.Start();
+    EXPECT_EQ(bus.Address().substr(0, address.find(',')), address.substr(0, address.find(',')));
+    EXPECT_FALSE(bus.NameHasOwner("a.b"));
+}
+
+} // namespace
