@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bus_fixture.h"
 #include "peer.h"
+#include "session_test.h"
 
 #include <algorithm>
 #include <optional>
@@ -9,6 +9,8 @@ namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
+using Emporium::Testing::Method;
+using Emporium::Testing::Signal;
 
 constexpr const char* markerPackage = "(('marker', '1', '', '', @a{sv} {}),)";
 
@@ -25,7 +27,7 @@ std::string TextOf(DaemonState state)
     return "unknown";
 }
 
-class Watch : public BusTest
+class Watch : public SessionTest
 {
 protected:
     DaemonStateCallback Note()
@@ -44,7 +46,7 @@ protected:
 
 TEST_F(Watch, AfterALoadedSnapshotIsPresentAtOnceAndReportsNoChange)
 {
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const auto connection = GetDaemonConnection();
     const DaemonWatch watch(Note());
     EXPECT_EQ(watch.State(), DaemonState::Present);
@@ -55,7 +57,7 @@ TEST_F(Watch, AfterALoadedSnapshotIsPresentAtOnceAndReportsNoChange)
 
 TEST_F(Watch, BeforeAnythingElseLearnsOfTheDaemonFromTheMainLoop)
 {
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const DaemonWatch watch(Note());
     EXPECT_EQ(watch.State(), DaemonState::Absent);
     RunUntilEvents(1);
@@ -65,7 +67,7 @@ TEST_F(Watch, BeforeAnythingElseLearnsOfTheDaemonFromTheMainLoop)
 
 TEST_F(Watch, BeforeTheConnectionLearnsOfTheDaemonFromTheMainLoopAndNotInsideTheLoad)
 {
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const DaemonWatch watch(Note());
     const auto connection = GetDaemonConnection();
     EXPECT_EQ(watch.State(), DaemonState::Absent);
@@ -78,9 +80,8 @@ TEST_F(Watch, BeforeTheConnectionLearnsOfTheDaemonFromTheMainLoopAndNotInsideThe
 
 TEST_F(Watch, LearnsOfADaemonThatAnswersTheLoadWithAnError)
 {
-    SimulatorProcess simulator(bus.Address());
-    simulator.Tell("FailCall", "(suss)", "GetAllProperties", 1U, "org.velmora.KVD.Error.Internal",
-                   "no");
+    Testing::Simulator simulator(session);
+    simulator.FailCall(Method::GetAllProperties, 1, Common::ErrorCode::Internal, "no");
     const auto connection = GetDaemonConnection();
     const DaemonWatch watch(Note());
     RunUntilEvents(1);
@@ -94,7 +95,7 @@ TEST_F(Watch, WithoutADaemonIsAbsentUntilOneAppears)
     RunWhatIsReady();
     EXPECT_EQ(watch.State(), DaemonState::Absent);
     EXPECT_EQ(events, Strings());
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     RunUntilEvents(1);
     EXPECT_EQ(events, (Strings{"present"}));
 }
@@ -102,7 +103,7 @@ TEST_F(Watch, WithoutADaemonIsAbsentUntilOneAppears)
 TEST_F(Watch, OfADaemonThatStartsDuringTheLoadReportsNoAbsence)
 {
     const DaemonConnection early; // no daemon answers this one
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const DaemonConnection connection;
     const DaemonWatch watch(Note());
     EXPECT_EQ(watch.State(), DaemonState::Present);
@@ -112,14 +113,14 @@ TEST_F(Watch, OfADaemonThatStartsDuringTheLoadReportsNoAbsence)
 
 TEST_F(Watch, ReportsADaemonThatIsKilledAndStartedAgain)
 {
-    std::optional<SimulatorProcess> simulator(std::in_place, bus.Address());
+    std::optional<Testing::Simulator> simulator(std::in_place, session);
     const auto connection = GetDaemonConnection();
     const DaemonWatch watch(Note());
     simulator->Kill();
     RunUntilEvents(1);
     EXPECT_EQ(events, (Strings{"absent"}));
     EXPECT_EQ(watch.State(), DaemonState::Absent);
-    simulator.emplace(bus.Address());
+    simulator.emplace(session);
     RunUntilEvents(2);
     EXPECT_EQ(events, (Strings{"absent", "present"}));
     EXPECT_EQ(watch.State(), DaemonState::Present);
@@ -142,7 +143,7 @@ TEST_F(Watch, ReportsADaemonThatIsReplacedAsAbsentAndPresent)
 
 TEST_F(Watch, ReportsALostBusOnceAndForGood)
 {
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const auto connection = GetDaemonConnection();
     const DaemonWatch watch(Note());
     bus.Stop();
@@ -183,7 +184,7 @@ TEST_F(Watch, ReportsInOrderWithTheEventsOfTheDaemon)
 
 TEST_F(Watch, ItsCallbackMayMakeANewConnectionWhichHasTheStateOfTheNewDaemon)
 {
-    std::optional<SimulatorProcess> simulator(std::in_place, bus.Address());
+    std::optional<Testing::Simulator> simulator(std::in_place, session);
     const auto connection = GetDaemonConnection();
     std::optional<DaemonConnection> latest;
     const DaemonWatch watch([&](DaemonState state) {
@@ -192,16 +193,16 @@ TEST_F(Watch, ItsCallbackMayMakeANewConnectionWhichHasTheStateOfTheNewDaemon)
         }
     });
     simulator->Stop();
-    simulator.emplace(bus.Address(), Strings{"--packages", "9"});
+    simulator.emplace(session, Strings{"--packages", "9"});
     RunUntil([&] { return latest.has_value(); });
     EXPECT_EQ(latest->GetPackageList().size(), 9U);
-    simulator->Emit("PackageInstalled", markerPackage);
+    simulator->EmitSignal(Signal::PackageInstalled, markerPackage);
     RunUntil([&] { return static_cast<bool>(latest->GetPackage("marker")); });
 }
 
 TEST_F(Watch, AForeignPeerChangesNothing)
 {
-    const SimulatorProcess simulator(bus.Address());
+    const Testing::Simulator simulator(session);
     const auto connection = GetDaemonConnection();
     const DaemonWatch watch(Note());
     Peer foreigner(bus.Address());
@@ -212,7 +213,7 @@ TEST_F(Watch, AForeignPeerChangesNothing)
                        "org.freedesktop.DBus", "NameOwnerChanged", body.c_str());
     }
     foreigner.OwnName("org.example.last");
-    RunUntil([&] { return simulator.NameHasOwner("org.example.last"); });
+    RunUntil([&] { return bus.NameHasOwner("org.example.last"); });
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     RunWhatIsReady();
     EXPECT_EQ(events, Strings());

@@ -4,7 +4,7 @@
 
 #include "dbus/dbus_proxy.h"
 
-#include "bus_fixture.h"
+#include "session_test.h"
 #include "unit/counted_allocations.h"
 
 #include <sdbus-c++/Error.h>
@@ -45,11 +45,12 @@ namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
+using Emporium::Testing::Signal;
 
-class Proxy : public BusTest
+class Proxy : public SessionTest
 {
 protected:
-    SimulatorProcess simulator{bus.Address()};
+    Testing::Simulator simulator{session};
 };
 
 TEST_F(Proxy, TwoCallsOfTheFactoryReturnTheSameObject)
@@ -91,7 +92,7 @@ TEST_F(Proxy, ARemovedPackageWithAnEmptyIdentifierIsEmittedToo)
     DBusProxy proxy;
     Strings removed;
     proxy.PackageRemoved.connect([&](const std::string& id) { removed.push_back(id); });
-    simulator.Emit("PackageRemoved", "('',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('',)");
     RunUntil([&] { return !removed.empty(); });
     EXPECT_EQ(removed, (Strings{""}));
 }
@@ -111,7 +112,7 @@ TEST_F(Proxy, ASignalThatCannotBeDeliveredForLackOfMemoryLogsOneLine)
         called = true;
         throw std::bad_alloc();
     });
-    simulator.Emit("PackageInstalled", package);
+    simulator.EmitSignal(Signal::PackageInstalled, package);
     EXPECT_EQ(OutputOf([&] { RunUntil([&] { return called; }); }), noMemory);
 }
 
@@ -131,9 +132,9 @@ TEST_F(Proxy, ASignalThatCannotBeDecodedForLackOfMemoryLogsOneLine)
     bool someFailed = true;
     while (someFailed) {
         const int before = called;
-        simulator.Emit("PackageRemoved", "('',)");
-        simulator.Emit("PackageInstalled", package);
-        simulator.NameHasOwner("org.velmora.Emporium"); // the bus has now sent both
+        simulator.EmitSignal(Signal::PackageRemoved, "('',)");
+        simulator.EmitSignal(Signal::PackageInstalled, package);
+        bus.NameHasOwner("org.velmora.Emporium"); // the bus has now sent both
         const std::string log = OutputOf([&] {
             RunWhatIsReady();
             someFailed = allocationsLeft == unlimited;

@@ -69,6 +69,14 @@ public:
         return owner;
     }
 
+    bool NameHasOwner(const char* name)
+    {
+        const Owned<GVariant> reply = CallBus("NameHasOwner", g_variant_new("(s)", name));
+        gboolean owned = FALSE;
+        g_variant_get(reply.get(), "(b)", &owned);
+        return owned != FALSE;
+    }
+
     /// One of the daemon's signals with a body in GVariant text, to one destination or, if that is
     /// null, to everyone who asked for such signals.
     void Emit(const char* destination, const char* signal, const char* body)

@@ -2,14 +2,16 @@
 //
 // Signals of peers that do not own the daemon's name: the bus carries whatever is addressed to us.
 
-#include "bus_fixture.h"
 #include "follower.h"
 #include "peer.h"
+#include "session_test.h"
 
 namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
+using Emporium::Testing::Property;
+using Emporium::Testing::Signal;
 
 constexpr const char* evilPackage = "(('evil.app', '1', '', '', @a{sv} {}),)";
 constexpr const char* markerPackage = "(('marker', '1', '', '', @a{sv} {}),)";
@@ -25,7 +27,7 @@ void EmitEverySignal(Peer& peer, const char* destination)
     peer.Settle();
 }
 
-class AForeignPeer : public BusTest
+class AForeignPeer : public SessionTest
 {
 protected:
     Peer foreigner{bus.Address()};
@@ -34,11 +36,14 @@ protected:
 class AForeignPeerBesideTheDaemon : public AForeignPeer
 {
 protected:
-    AForeignPeerBesideTheDaemon() { simulator.SetProperty("Operations", "[('u', 'p', 0, 40, 0)]"); }
+    AForeignPeerBesideTheDaemon()
+    {
+        simulator.SetProperty(Property::Operations, "[('u', 'p', 0, 40, 0)]");
+    }
 
     void ExpectIgnored(const DaemonConnection& connection, Follower& follower)
     {
-        simulator.Emit("PackageInstalled", markerPackage);
+        simulator.EmitSignal(Signal::PackageInstalled, markerPackage);
         RunUntil([&] { return follower.Has("installed marker"); });
         EXPECT_EQ(follower.events, (Strings{"installed marker"}));
         EXPECT_TRUE(static_cast<bool>(connection.GetPackage("com.sample.notes")));
@@ -46,7 +51,7 @@ protected:
         EXPECT_TRUE(static_cast<bool>(connection.GetActiveOperation("u")));
     }
 
-    SimulatorProcess simulator{bus.Address(), {"--step-ms", "0"}};
+    Testing::Simulator simulator{session};
 };
 
 TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredWhereItAddressesTheConnectionsUniqueName)
@@ -94,9 +99,9 @@ TEST_F(AForeignPeerBesideTheDaemon, IsIgnoredAfterTheDaemonHasRestarted)
     Follower follower(connection);
     simulator.Stop();
     EmitEverySignal(foreigner, ourName);
-    SimulatorProcess again(bus.Address());
+    Testing::Simulator again(session);
     EmitEverySignal(foreigner, ourName);
-    again.Emit("PackageInstalled", markerPackage);
+    again.EmitSignal(Signal::PackageInstalled, markerPackage);
     RunUntil([&] { return follower.Has("installed marker"); });
     EXPECT_EQ(follower.events, (Strings{"installed marker"}));
 }
@@ -106,9 +111,9 @@ TEST_F(AForeignPeer, IsIgnoredWhereThereIsNoDaemonAndOneThatAppearsIsFollowed)
     const auto connection = GetDaemonConnection();
     Follower follower(connection);
     EmitEverySignal(foreigner, ourName);
-    SimulatorProcess simulator(bus.Address());
+    Testing::Simulator simulator(session);
     EmitEverySignal(foreigner, ourName);
-    simulator.Emit("PackageInstalled", markerPackage);
+    simulator.EmitSignal(Signal::PackageInstalled, markerPackage);
     RunUntil([&] { return follower.Has("installed marker"); });
     EXPECT_EQ(follower.events, (Strings{"installed marker"}));
     EXPECT_FALSE(static_cast<bool>(connection.GetPackage("evil.app")));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bus_fixture.h"
 #include "idle_loop.h"
+#include "peer.h"
+#include "session_test.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +12,9 @@ namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
+using Emporium::Testing::Method;
+using Emporium::Testing::Property;
+using Emporium::Testing::Signal;
 
 Strings Ids(const std::vector<Package>& packages)
 {
@@ -21,7 +25,7 @@ Strings Ids(const std::vector<Package>& packages)
     return ids;
 }
 
-class WithDaemon : public BusTest
+class WithDaemon : public SessionTest
 {
 protected:
     /// Records every event of every type.
@@ -46,7 +50,7 @@ protected:
             })));
     }
 
-    SimulatorProcess simulator{bus.Address(), {"--step-ms", "0"}};
+    Testing::Simulator simulator{session};
     Strings events;
     std::vector<EventSubscription> subscriptions;
 };
@@ -74,7 +78,8 @@ TEST_F(WithDaemon, AnInstallIsFollowedToItsEnd)
     const std::string path = PackageFile("org.example.new");
     const auto uuid = connection.CreateOperation(InstallRequest(path));
     ASSERT_TRUE(static_cast<bool>(uuid)) << uuid.GetError();
-    EXPECT_EQ(simulator.Calls("Install"), std::make_pair(1U, path));
+    EXPECT_EQ(simulator.Calls(Method::Install).count, 1U);
+    EXPECT_EQ(simulator.Calls(Method::Install).lastArgument, path);
     EXPECT_TRUE(static_cast<bool>(connection.GetActiveOperation(uuid.Get())));
     const std::string name = uuid.Get();
     RunUntil([&] { return !events.empty() && events.back() == name + " 100"; });
@@ -91,7 +96,8 @@ TEST_F(WithDaemon, ARemovalIsFollowedToItsEnd)
     Follow(connection);
     const auto uuid = connection.CreateOperation(RemoveRequest("com.sample.notes"));
     ASSERT_TRUE(static_cast<bool>(uuid)) << uuid.GetError();
-    EXPECT_EQ(simulator.Calls("Remove"), std::make_pair(1U, std::string("com.sample.notes")));
+    EXPECT_EQ(simulator.Calls(Method::Remove).count, 1U);
+    EXPECT_EQ(simulator.Calls(Method::Remove).lastArgument, "com.sample.notes");
     RunUntil([&] { return !events.empty() && events.back() == uuid.Get() + " 100"; });
     EXPECT_EQ(events[3], "removed com.sample.notes");
     EXPECT_TRUE(connection.GetPackage("com.sample.notes").HasError());
@@ -100,7 +106,7 @@ TEST_F(WithDaemon, ARemovalIsFollowedToItsEnd)
 TEST_F(WithDaemon, AFailedOperationCarriesItsErrorCode)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("FailOperation", "(si)", "", 28);
+    simulator.FailOperation("", Common::ErrorCode::FileConflict);
     std::optional<Operation> last;
     const auto subscription = connection.SubscribeToEvent(
         EventType::OperationStatusChanged,
@@ -118,8 +124,10 @@ TEST_F(WithDaemon, StartAndRestartReachTheDaemon)
     const auto connection = GetDaemonConnection();
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     EXPECT_TRUE(static_cast<bool>(connection.Restart("com.sample.weather")));
-    EXPECT_EQ(simulator.Calls("Start"), std::make_pair(1U, std::string("com.sample.notes")));
-    EXPECT_EQ(simulator.Calls("Restart"), std::make_pair(1U, std::string("com.sample.weather")));
+    EXPECT_EQ(simulator.Calls(Method::Start).count, 1U);
+    EXPECT_EQ(simulator.Calls(Method::Start).lastArgument, "com.sample.notes");
+    EXPECT_EQ(simulator.Calls(Method::Restart).count, 1U);
+    EXPECT_EQ(simulator.Calls(Method::Restart).lastArgument, "com.sample.weather");
 }
 
 // --- failing calls ---
@@ -127,9 +135,8 @@ TEST_F(WithDaemon, StartAndRestartReachTheDaemon)
 TEST_F(WithDaemon, ErrorsOfInstallAndRemoveHaveNameAndMessageThoseOfStartAndRestartOnlyTheMessage)
 {
     const auto connection = GetDaemonConnection();
-    for (const char* method : {"Install", "Remove", "Start", "Restart"}) {
-        simulator.Tell("FailCall", "(suss)", method, 1U, "org.velmora.KVD.Error.FileConflict",
-                       "a message");
+    for (const Method method : {Method::Install, Method::Remove, Method::Start, Method::Restart}) {
+        simulator.FailCall(method, 1, "org.velmora.KVD.Error.FileConflict", "a message");
     }
     EXPECT_EQ(connection.CreateOperation(InstallRequest("/path")).GetError(),
               "Couldn't call org.velmora.Emporium.Install dbus method "
@@ -147,8 +154,8 @@ TEST_F(WithDaemon, ErrorsOfInstallAndRemoveHaveNameAndMessageThoseOfStartAndRest
 TEST_F(WithDaemon, AnEmptyReplyToInstallOrRemoveIsADefaultOperation)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("SetReply", "(ss)", "Install", "()");
-    simulator.Tell("SetReply", "(ss)", "Remove", "()");
+    simulator.SetReply(Method::Install, "()");
+    simulator.SetReply(Method::Remove, "()");
     EXPECT_EQ(connection.CreateOperation(InstallRequest("/path")).Get(), "");
     EXPECT_EQ(connection.CreateOperation(RemoveRequest("id")).Get(), "");
     ASSERT_EQ(connection.GetActiveOperations().size(), 2U);
@@ -170,9 +177,9 @@ TEST_F(WithDaemon, AReplyOfAnotherSignatureIsAnErrorAndChangesNothing)
     };
     for (const char* body :
          {"('text',)", "(('a', 'b', 1, 2),)", "(('a', 'b', 1, 2, 3), 'more')", "([('a', 'b')],)"}) {
-        simulator.Tell("SetReply", "(ss)", "Install", body);
+        simulator.SetReply(Method::Install, body);
         expectError(connection.CreateOperation(InstallRequest("/path")), "Install", body);
-        simulator.Tell("SetReply", "(ss)", "Remove", body);
+        simulator.SetReply(Method::Remove, body);
         expectError(connection.CreateOperation(RemoveRequest("id")), "Remove", body);
     }
     EXPECT_TRUE(connection.GetActiveOperations().empty());
@@ -184,8 +191,8 @@ TEST_F(WithDaemon, AReplyToStartOrRestartIsASuccessWhateverItsContent)
 {
     const auto connection = GetDaemonConnection();
     for (const char* body : {"('text',)", "(5, ['a'])", "()"}) {
-        simulator.Tell("SetReply", "(ss)", "Start", body);
-        simulator.Tell("SetReply", "(ss)", "Restart", body);
+        simulator.SetReply(Method::Start, body);
+        simulator.SetReply(Method::Restart, body);
         EXPECT_TRUE(static_cast<bool>(connection.Start("id"))) << body;
         EXPECT_TRUE(static_cast<bool>(connection.Restart("id"))) << body;
     }
@@ -194,7 +201,7 @@ TEST_F(WithDaemon, AReplyToStartOrRestartIsASuccessWhateverItsContent)
 TEST_F(WithDaemon, ADaemonThatDiesDuringACallFailsTheCall)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("ExitDuring", "(s)", "Install");
+    simulator.ExitDuring(Method::Install);
     const auto result = connection.CreateOperation(InstallRequest("/path"));
     ASSERT_TRUE(result.HasError());
     EXPECT_EQ(
@@ -204,7 +211,7 @@ TEST_F(WithDaemon, ADaemonThatDiesDuringACallFailsTheCall)
 TEST_F(WithDaemon, ACallWaitsForASlowReply)
 {
     const auto connection = GetDaemonConnection();
-    simulator.Tell("DelayReply", "(su)", "Start", 50U);
+    simulator.DelayReply(Method::Start, std::chrono::milliseconds(50));
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
 }
 
@@ -222,21 +229,27 @@ std::string LoadFailure()
 
 TEST_F(WithDaemon, EachMissingPropertyIsNamedInTheLogAndTheSnapshotIsEmpty)
 {
-    for (const char* name :
-         {"Architecture", "VeyraVersion", "Packages", "Operations", "CompletedOperations"}) {
-        simulator.Tell("Reset", "()");
-        simulator.Tell("DropProperty", "(s)", name);
+    const std::pair<Property, std::string> properties[] = {
+        {Property::Architecture, "Architecture"},
+        {Property::VeyraVersion, "VeyraVersion"},
+        {Property::Packages, "Packages"},
+        {Property::Operations, "Operations"},
+        {Property::CompletedOperations, "CompletedOperations"},
+    };
+    for (const auto& [property, name] : properties) {
+        simulator.Reset();
+        simulator.DropProperty(property);
         EXPECT_EQ(LoadFailure(),
-                  std::string("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method "
-                              "(Couldn't parse ") +
+                  "[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method (Couldn't "
+                  "parse " +
                       name + " property from initial emporium properties)\n");
     }
 }
 
 TEST_F(WithDaemon, TheFirstOfTwoMissingPropertiesIsNamed)
 {
-    simulator.Tell("DropProperty", "(s)", "Operations");
-    simulator.Tell("DropProperty", "(s)", "Packages");
+    simulator.DropProperty(Property::Operations);
+    simulator.DropProperty(Property::Packages);
     EXPECT_EQ(LoadFailure(),
               "[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method (Couldn't parse "
               "Packages property from initial emporium properties)\n");
@@ -244,9 +257,10 @@ TEST_F(WithDaemon, TheFirstOfTwoMissingPropertiesIsNamed)
 
 TEST_F(WithDaemon, APropertyOfAnotherTypeGivesAnEmptySnapshot)
 {
-    for (const char* name : {"Architecture", "Packages", "CompletedOperations"}) {
-        simulator.Tell("Reset", "()");
-        simulator.SetProperty(name, "5");
+    for (const Property property :
+         {Property::Architecture, Property::Packages, Property::CompletedOperations}) {
+        simulator.Reset();
+        simulator.SetProperty(property, "5");
         const std::string log = LoadFailure();
         EXPECT_EQ(
             log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0),
@@ -257,7 +271,7 @@ TEST_F(WithDaemon, APropertyOfAnotherTypeGivesAnEmptySnapshot)
 
 TEST_F(WithDaemon, AReplyThatIsNotADictionaryGivesAnEmptySnapshot)
 {
-    simulator.Tell("SetReply", "(ss)", "GetAllProperties", "('text',)");
+    simulator.SetReply(Method::GetAllProperties, "('text',)");
     const std::string log = LoadFailure();
     EXPECT_EQ(
         log.rfind("[E] Couldn't call org.velmora.Emporium.GetAllProperties dbus method ([", 0), 0U)
@@ -266,7 +280,7 @@ TEST_F(WithDaemon, AReplyThatIsNotADictionaryGivesAnEmptySnapshot)
 
 TEST_F(WithDaemon, ANumberWithoutAnEnumeratorIsKept)
 {
-    simulator.SetProperty("Operations", "[('u', 'p', 77, -5, 12)]");
+    simulator.SetProperty(Property::Operations, "[('u', 'p', 77, -5, 12)]");
     const DaemonConnection connection;
     const auto operation = connection.GetActiveOperation("u");
     ASSERT_TRUE(static_cast<bool>(operation));
@@ -281,8 +295,8 @@ TEST_F(WithDaemon, ASignalWithADictionaryGivesThePackageWithItsFieldsInOrder)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    simulator.Emit(
-        "PackageInstalled",
+    simulator.EmitSignal(
+        Signal::PackageInstalled,
         "(('id', '9', 'group', 'certificate', {'a': <1>, 'b': <[('x', {'y': <2>})]>}),)");
     RunUntil([&] { return !events.empty(); });
     const auto package = connection.GetPackage("id");
@@ -299,16 +313,16 @@ TEST_F(WithDaemon, SignalsOfAnotherSignatureAreIgnoredAndLaterOnesAreDelivered)
     const std::size_t packages = connection.GetPackageList().size();
     for (const char* body : {"('text',)", "()", "(('id', 'version'),)", "('a', 'b', 'c')",
                              "(('id', '1', 's', 'c', @a{sv} {}), 5)"}) {
-        simulator.Emit("PackageInstalled", body);
-        simulator.Emit("PackageUpgraded", body);
+        simulator.EmitSignal(Signal::PackageInstalled, body);
+        simulator.EmitSignal(Signal::PackageUpgraded, body);
     }
     for (const char* body : {"()", "(5,)", "('id', 'id')", "(['id'],)"}) {
-        simulator.Emit("PackageRemoved", body);
+        simulator.EmitSignal(Signal::PackageRemoved, body);
     }
     for (const char* body : {"('text',)", "(('u', 'p', 1, 2),)", "('u', 'p', 1, 2, 3)"}) {
-        simulator.Emit("OperationStatusChanged", body);
+        simulator.EmitSignal(Signal::OperationStatusChanged, body);
     }
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
     EXPECT_EQ(connection.GetPackageList().size(), packages - 1);
@@ -319,7 +333,7 @@ TEST_F(WithDaemon, AnEmptyStatusSignalIsADefaultOperation)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    simulator.Emit("OperationStatusChanged", "()");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "()");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{" 0"}));
 }
@@ -328,9 +342,10 @@ TEST_F(WithDaemon, SignalsAreDeliveredInTheOrderOfArrivalInOneIteration)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
-    simulator.Emit("PackageUpgraded", "(('com.sample.weather', '4', '', '', @a{sv} {}),)");
-    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageUpgraded,
+                         "(('com.sample.weather', '4', '', '', @a{sv} {}),)");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 5, 0),)");
     RunUntil([&] { return events.size() == 3; });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "upgraded com.sample.weather", "u 5"}));
 }
@@ -341,12 +356,10 @@ TEST_F(WithDaemon, SignalsAreDeliveredInTheOrderOfArrivalInOneIteration)
 class Stranded : public WithDaemon
 {
 protected:
-    void SignalsBeforeReplyTo(const char* method)
+    void SignalsBeforeReplyTo(Method method)
     {
-        simulator.Tell("QueueSignal", "(sss)", method, "OperationStatusChanged",
-                       "(('u', 'p', 0, 1, 0),)");
-        simulator.Tell("QueueSignal", "(sss)", method, "OperationStatusChanged",
-                       "(('u', 'p', 0, 2, 0),)");
+        simulator.QueueSignal(method, Signal::OperationStatusChanged, "(('u', 'p', 0, 1, 0),)");
+        simulator.QueueSignal(method, Signal::OperationStatusChanged, "(('u', 'p', 0, 2, 0),)");
     }
 
     /// Expects both signals, in order, although nothing else arrives from the bus.
@@ -370,7 +383,7 @@ TEST_F(Stranded, SignalsBeforeTheReplyToStartAreDelivered)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     ExpectBothDelivered();
 }
@@ -380,7 +393,7 @@ TEST_F(Stranded, SignalsBeforeTheReplyToRestartAreDelivered)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Restart");
+    SignalsBeforeReplyTo(Method::Restart);
     EXPECT_TRUE(static_cast<bool>(connection.Restart("com.sample.notes")));
     ExpectBothDelivered();
 }
@@ -390,8 +403,8 @@ TEST_F(Stranded, SignalsBeforeTheReplyToInstallAreDelivered)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Install");
-    simulator.Tell("SetReply", "(ss)", "Install", "(('u', 'p', 0, 0, 0),)");
+    SignalsBeforeReplyTo(Method::Install);
+    simulator.SetReply(Method::Install, "(('u', 'p', 0, 0, 0),)");
     EXPECT_TRUE(static_cast<bool>(connection.CreateOperation(InstallRequest("/path"))));
     EXPECT_EQ(static_cast<int>(connection.GetActiveOperation("u")->GetStatus()), 0);
     ExpectBothDelivered();
@@ -403,15 +416,15 @@ TEST_F(Stranded, SignalsBeforeAnErrorReplyAreDelivered)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
-    simulator.Tell("FailCall", "(suss)", "Start", 1U, "org.velmora.KVD.Error.Internal", "no");
+    SignalsBeforeReplyTo(Method::Start);
+    simulator.FailCall(Method::Start, 1, Common::ErrorCode::Internal, "no");
     EXPECT_TRUE(connection.Start("com.sample.notes").HasError());
     ExpectBothDelivered();
 }
 
 TEST_F(Stranded, SignalsDuringTheInitialLoadAreDelivered)
 {
-    SignalsBeforeReplyTo("GetAllProperties");
+    SignalsBeforeReplyTo(Method::GetAllProperties);
     const auto connection = GetDaemonConnection();
     Follow(connection);
     ExpectBothDelivered();
@@ -419,9 +432,8 @@ TEST_F(Stranded, SignalsDuringTheInitialLoadAreDelivered)
 
 TEST_F(Stranded, SignalsDuringAFailedInitialLoadAreDelivered)
 {
-    SignalsBeforeReplyTo("GetAllProperties");
-    simulator.Tell("FailCall", "(suss)", "GetAllProperties", 1U, "org.velmora.KVD.Error.Internal",
-                   "no");
+    SignalsBeforeReplyTo(Method::GetAllProperties);
+    simulator.FailCall(Method::GetAllProperties, 1, Common::ErrorCode::Internal, "no");
     const auto connection = GetDaemonConnection();
     Follow(connection);
     ExpectBothDelivered();
@@ -432,14 +444,14 @@ TEST_F(Stranded, ACallFromACallbackStrandsNoSignal)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     const auto calling = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([&](const Package&) {
             const std::size_t before = events.size();
             EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
             EXPECT_EQ(events.size(), before) << "nothing is delivered from inside a call";
         }));
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     RunUntil([&] { return events.size() >= 3; });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "u 1", "u 2"}));
 }
@@ -450,7 +462,7 @@ TEST_F(Stranded, AnIdleLoopNeverWakes)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     RunUntil([&] { return events.size() >= 2; });
     RunWhatIsReady();
@@ -483,7 +495,7 @@ TEST_F(WithDaemon, UnderAThreadDefaultContextTheDefaultOneDeliversTheEvents)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     g_main_context_pop_thread_default(other);
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
     g_main_context_unref(other);
@@ -511,16 +523,16 @@ TEST_F(NestedLoop, SignalsThatArriveInItAreDeliveredAfterTheCallback)
     Follow(connection);
     Settle();
     const auto nested = NestIn(connection, [&] {
-        simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+        simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 5, 0),)");
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
     const std::string log = OutputOf([&] {
-        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+        simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
         RunUntil([&] { return events.size() >= 4; });
     });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
-    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 6, 0),)");
     RunUntil([&] { return events.back() == "u 6"; });
 }
 
@@ -529,13 +541,13 @@ TEST_F(NestedLoop, WithACallThatLeavesSignalsInTheQueueNeitherReentersNorSpins)
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     const auto nested = NestIn(connection, [&] {
         EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
     const std::string log = OutputOf([&] {
-        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+        simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
         RunUntil([&] { return events.size() >= 5; });
     });
     EXPECT_EQ(events,
@@ -553,15 +565,15 @@ TEST_F(NestedLoop, FromTheQueueSourceNeitherReentersNorSpins)
     Follow(connection);
     Settle();
     const auto nested = NestIn(connection, [&] {
-        simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+        simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 5, 0),)");
         EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
     });
-    simulator.Tell("QueueSignal", "(sss)", "Start", "PackageRemoved", "('com.sample.notes',)");
+    simulator.QueueSignal(Method::Start, Signal::PackageRemoved, "('com.sample.notes',)");
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
     const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
-    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 6, 0),)");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 6, 0),)");
     RunUntil([&] { return events.back() == "u 6"; });
 }
 
@@ -573,9 +585,9 @@ TEST_F(NestedLoop, WithBothSourcesReadyNeitherReentersNorSpins)
     Settle();
     const auto nested = NestIn(
         connection, [&] { EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin"; });
-    simulator.Tell("QueueSignal", "(sss)", "Start", "PackageRemoved", "('com.sample.notes',)");
+    simulator.QueueSignal(Method::Start, Signal::PackageRemoved, "('com.sample.notes',)");
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
-    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 5, 0),)");
     const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 4; }); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes", "nested begins", "nested ends", "u 5"}));
     EXPECT_EQ(log.find("[E]"), std::string::npos) << log;
@@ -589,13 +601,13 @@ TEST_F(NestedLoop, ASecondOneNeitherReentersNorSpins)
     Settle();
     const auto nested = NestIn(connection, [&] {
         for (const char* body : {"(('u', 'p', 0, 5, 0),)", "(('u', 'p', 0, 6, 0),)"}) {
-            simulator.Emit("OperationStatusChanged", body);
+            simulator.EmitSignal(Signal::OperationStatusChanged, body);
             EXPECT_LE(PollsWhileIdle(), 10) << "the nested loop must not spin";
         }
     });
     for (const char* body : {"('com.sample.notes',)", "('com.sample.weather',)"}) {
         events.clear();
-        simulator.Tell("QueueSignal", "(sss)", "Start", "PackageRemoved", body);
+        simulator.QueueSignal(Method::Start, Signal::PackageRemoved, body);
         EXPECT_TRUE(static_cast<bool>(connection.Start("org.example.camera")));
         const std::string log = OutputOf([&] { RunUntil([&] { return events.size() >= 5; }); });
         events.erase(events.begin());
@@ -615,9 +627,9 @@ TEST_F(WithDaemon, LaterEventsAreDeliveredAfterACallbackThrows)
             throw 5;
         }));
     Follow(connection);
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
-    simulator.Emit("PackageRemoved", "('com.sample.weather',)");
-    simulator.Emit("OperationStatusChanged", "(('u', 'p', 0, 5, 0),)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.weather',)");
+    simulator.EmitSignal(Signal::OperationStatusChanged, "(('u', 'p', 0, 5, 0),)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"u 5"})) << "the failed deliveries ended before this subscriber";
     EXPECT_EQ(connection.GetPackageList().size(), 4U) << "the snapshot has changed nevertheless";
@@ -632,8 +644,8 @@ TEST_F(WithDaemon, SignalsOfARestartedDaemonArrive)
     simulator.Stop();
     EXPECT_TRUE(connection.Start("com.sample.notes").HasError());
     EXPECT_EQ(connection.GetPackageList().size(), 6U) << "the snapshot stays";
-    SimulatorProcess again(bus.Address());
-    again.Emit("PackageRemoved", "('com.sample.notes',)");
+    Testing::Simulator again(session);
+    again.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(events, (Strings{"removed com.sample.notes"}));
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
@@ -643,16 +655,16 @@ TEST_F(WithDaemon, SignalsArriveAfterTheDaemonReturns)
 {
     const auto connection = GetDaemonConnection();
     Follow(connection);
-    simulator.Tell("Vanish", "(u)", 0U);
+    simulator.Vanish();
     const auto result = connection.Start("com.sample.notes");
     ASSERT_TRUE(result.HasError());
-    simulator.Tell("Return", "()");
+    simulator.Return();
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     RunUntil([&] { return !events.empty(); });
 }
 
-class WithoutDaemon : public BusTest
+class WithoutDaemon : public SessionTest
 {
 };
 
@@ -681,8 +693,8 @@ TEST_F(WithoutDaemon, SignalsOfADaemonThatAppearsLaterArrive)
     const auto subscription = connection.SubscribeToEvent(
         EventType::PackageInstalled,
         PackageCallback([&](const Package& package) { events.push_back(package.GetID()); }));
-    SimulatorProcess simulator(bus.Address());
-    simulator.Emit("PackageInstalled", "(('late', '1', '', '', @a{sv} {}),)");
+    Testing::Simulator simulator(session);
+    simulator.EmitSignal(Signal::PackageInstalled, "(('late', '1', '', '', @a{sv} {}),)");
     RunUntil([&] { return !events.empty(); });
     EXPECT_EQ(Ids(connection.GetPackageList()), (Strings{"late"}));
     const DaemonConnection fresh;
@@ -731,7 +743,7 @@ TEST_F(WithDaemon, ALostBusIsLoggedOnceAndNothingSpins)
     EXPECT_EQ(connection.GetPackageList().size(), 6U) << "queries still work";
 }
 
-Simulator::PrivateBus* busThatIsLost = nullptr;
+Testing::PrivateBus* busThatIsLost = nullptr;
 
 /// Stops the bus after the poll, when it is decided which source is dispatched.
 gint PollThatLosesTheBus(GPollFD* descriptors, guint count, gint timeout)
@@ -743,11 +755,11 @@ gint PollThatLosesTheBus(GPollFD* descriptors, guint count, gint timeout)
 
 TEST_F(Stranded, ABusLostWhileTheQueueIsDispatchedIsLoggedOnceAndNothingSpins)
 {
-    simulator.SetProperty("Operations", "[('u', 'p', 0, 0, 0)]");
+    simulator.SetProperty(Property::Operations, "[('u', 'p', 0, 0, 0)]");
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     int idlePolls = 0;
     const std::string log = OutputOf([&] {
@@ -764,11 +776,11 @@ TEST_F(Stranded, ABusLostWhileTheQueueIsDispatchedIsLoggedOnceAndNothingSpins)
 
 TEST_F(Stranded, ABusLostWithBothSourcesReadyIsLoggedOnceAndNothingSpins)
 {
-    simulator.SetProperty("Operations", "[('u', 'p', 0, 0, 0)]");
+    simulator.SetProperty(Property::Operations, "[('u', 'p', 0, 0, 0)]");
     const auto connection = GetDaemonConnection();
     Follow(connection);
     Settle();
-    SignalsBeforeReplyTo("Start");
+    SignalsBeforeReplyTo(Method::Start);
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.notes")));
     bus.Stop();
     int idlePolls = 0;
@@ -812,7 +824,7 @@ TEST_F(WithDaemon, TheConnectionsNameIsTheApplicationsIDAndASuffix)
 {
     setenv("VEYRA_APP_ID", "a.b", 1);
     EXPECT_EQ(OutputOf([] { GetDaemonConnection(); }), "");
-    EXPECT_TRUE(simulator.NameHasOwner("a.b.KVD.Connection"));
+    EXPECT_TRUE(bus.NameHasOwner("a.b.KVD.Connection"));
 }
 
 TEST_F(WithDaemon, WithoutAnApplicationIDOneWarningIsLogged)
@@ -843,9 +855,8 @@ TEST_F(WithDaemon, AnInvalidNameLogsAWarning)
 TEST_F(WithDaemon, ATakenNameLogsAWarning)
 {
     setenv("VEYRA_APP_ID", "taken", 1);
-    g_bus_own_name_on_connection(simulator.Connection(), "taken.KVD.Connection",
-                                 G_BUS_NAME_OWNER_FLAGS_NONE, nullptr, nullptr, nullptr, nullptr);
-    RunUntil([&] { return simulator.NameHasOwner("taken.KVD.Connection"); });
+    Peer other(bus.Address());
+    other.OwnName("taken.KVD.Connection");
     std::optional<DaemonConnection> connection;
     const std::string log = OutputOf([&] { connection = GetDaemonConnection(); });
     EXPECT_EQ(
@@ -858,12 +869,12 @@ TEST_F(WithDaemon, ATakenNameLogsAWarning)
 
 TEST_F(WithDaemon, ACompletedOperationIsLoadedFromTheCacheInTheNextRun)
 {
-    simulator.SetProperty("CompletedOperations", "[('u', 'p', 0, 100, 0)]");
+    simulator.SetProperty(Property::CompletedOperations, "[('u', 'p', 0, 100, 0)]");
     {
         const DaemonConnection first;
         EXPECT_EQ(first.GetCompletedOperations().size(), 1U);
     }
-    simulator.Tell("Reset", "()");
+    simulator.Reset();
     const DaemonConnection second;
     ASSERT_EQ(second.GetCompletedOperations().size(), 1U);
     EXPECT_EQ(second.GetCompletedOperations().front().GetUUID(), "u");

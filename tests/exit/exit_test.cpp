@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bus/bus_fixture.h"
+#include "bus/session_test.h"
 
 #include <gmock/gmock.h>
 
@@ -10,12 +10,18 @@
 namespace {
 
 using namespace TestSupport;
+using Emporium::Testing::Method;
+using Emporium::Testing::Property;
+using Emporium::Testing::Signal;
 
 /// Each test runs one of the applications of exit_cases.cpp to its end.
-class Exit : public BusTest
+class Exit : public SessionTest
 {
 protected:
-    Exit() { simulator.SetProperty("CompletedOperations", "[('completed', 'p', 0, 100, 0)]"); }
+    Exit()
+    {
+        simulator.SetProperty(Property::CompletedOperations, "[('completed', 'p', 0, 100, 0)]");
+    }
 
     /// Starts the application with its standard error in a file, which must stay empty.
     void Begin(const std::string& name)
@@ -42,10 +48,10 @@ protected:
                      argument);
         ReadUntil("unloaded");
         EXPECT_EQ(output, "packages\nplugin unloaded\nlibrary loaded\nunloaded\n");
-        simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+        simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
         Continue();
         ReadUntil("packages again");
-        simulator.Emit("PackageRemoved", "('com.sample.weather',)");
+        simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.weather',)");
         Continue();
         ExpectOneConnectionAndItsCache();
         EXPECT_NE(output.find("\n1 events\n"), std::string::npos) << output;
@@ -85,7 +91,7 @@ protected:
     void ExpectOneConnectionAndItsCache()
     {
         ExpectCleanEnd();
-        EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U)
+        EXPECT_EQ(simulator.Calls(Method::GetAllProperties).count, 1U)
             << "no connection is created at exit";
         EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
     }
@@ -100,7 +106,7 @@ protected:
 
     std::filesystem::path CacheDirectory() const
     {
-        return cacheHome.Path() / "org.example.test" / "emporium-api" / "completed-operations";
+        return session.CacheHome() / "org.example.test" / "emporium-api" / "completed-operations";
     }
 
     Strings CacheEntries() const
@@ -114,7 +120,7 @@ protected:
         return entries;
     }
 
-    SimulatorProcess simulator{bus.Address()};
+    Emporium::Testing::Simulator simulator{session};
     std::optional<Process> application;
     std::string output;
 };
@@ -162,12 +168,12 @@ TEST_F(Exit, TheEndOfAWorkerThreadIsNotTheEndOfTheProcess)
     Begin("a worker thread that ends");
     ExpectCleanEnd();
     EXPECT_EQ(output, "valid\nend of main\n");
-    EXPECT_EQ(simulator.Calls("GetAllProperties").first, 2U);
+    EXPECT_EQ(simulator.Calls(Method::GetAllProperties).count, 2U);
 }
 
 TEST_F(Exit, TheCompletedOperationsAreStoredOnceSoAFailureWarnsOnce)
 {
-    std::ofstream(cacheHome.Path() / "org.example.test") << "in the way";
+    std::ofstream(session.CacheHome() / "org.example.test") << "in the way";
     Begin("old handles assigned in main");
     ExpectCleanEnd();
     const std::string warning =
@@ -185,9 +191,9 @@ TEST_F(Exit, WithACopyThatIsNeverDestroyedStillWritesTheCache)
 TEST_F(Exit, FromInsideACallback)
 {
     Begin("exit in a callback");
-    while (application && simulator.Calls("GetAllProperties").first == 0) {
+    while (application && simulator.Calls(Method::GetAllProperties).count == 0) {
     }
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     ExpectOneConnectionAndItsCache();
 }
 
@@ -246,7 +252,7 @@ TEST_F(Exit, AChildAnswersFromTheSnapshotFailsCallsAndTakesNoEventFromItsParent)
 {
     Begin("a child that uses the connection");
     ReadUntil("subscribed");
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     Continue();
     ReadUntil("child exited");
     // The cause of the failed call depends on the version of the bus library.
@@ -258,7 +264,7 @@ TEST_F(Exit, AChildAnswersFromTheSnapshotFailsCallsAndTakesNoEventFromItsParent)
                                       "no event in the child\n"
                                       "child exited\n"));
     ExpectOneConnectionAndItsCache();
-    EXPECT_EQ(simulator.Calls("Start").first, 0U);
+    EXPECT_EQ(simulator.Calls(Method::Start).count, 0U);
     EXPECT_NE(output.find("an event in the parent\n"), std::string::npos);
 }
 
@@ -281,7 +287,7 @@ TEST_F(Exit, AConnectionFromAfterACallOfDaemonWorks)
 {
     Begin("a daemon that connects");
     ReadUntil("subscribed");
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Signal::PackageRemoved, "('com.sample.notes',)");
     ReadToTheEnd();
     EXPECT_EQ(Errors(), "");
     EXPECT_EQ(CacheEntries(), (Strings{"completed"}));
@@ -331,7 +337,7 @@ TEST_F(Exit, ALogLineToAClosedPipeIsLostWhereSigpipeIsIgnored)
 {
     Begin("a log line to a closed pipe where SIGPIPE is ignored");
     ExpectCleanEnd();
-    EXPECT_EQ(simulator.Calls("GetAllProperties").first, 1U);
+    EXPECT_EQ(simulator.Calls(Method::GetAllProperties).count, 1U);
 }
 
 TEST_F(Exit, AfterALostBusPrintsNothingOnStandardError)
