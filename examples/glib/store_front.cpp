@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Lists the installed packages, installs a package file, and tells the user how it ends, also if the
-// daemon refuses the install, dies, or is replaced meanwhile. Runs the GLib main loop.
+// Lists the packages, installs a package file, and says how it ends, also if the daemon dies meanwhile.
 // Exit status: 0 installed, 1 refused or failed, 2 usage, 3 no bus, 4 the outcome is not known.
 
 #include <emporium/emporium.h>
@@ -22,8 +21,7 @@ const char* Advice(Common::ErrorCode code)
 {
     switch (code) {
     case Common::ErrorCode::FileNotFound:
-    case Common::ErrorCode::BadPackageFileFormat:
-        return "The file is missing or damaged. Download it again.";
+        return "The file is missing. Download it again.";
     case Common::ErrorCode::SamePackageIsInstalled:
         return "This version is installed already.";
     case Common::ErrorCode::FileConflict:
