@@ -266,29 +266,12 @@ class SchemaTest(ProgramTest):
         events = [self.check("wait", line) for line in program.output().splitlines()]
         self.assertEqual(events[-1], {"event": "GoesOn", "uuid": first, "target": first})
 
-    def test_events_conform(self):
-        self.start_daemon()
-        for option in ([], ["--timestamps"]):
-            program = self.start("--json", "watch", *option)
-            self.until_called("GetAllProperties", 1 + 2 * len(option))
-            self.emit("PackageInstalled", "(('a', '1', 's', 'c', @a{sv} {}),)")
-            self.emit("PackageRemoved", "('a',)")
-            self.emit("OperationStatusChanged", "(('u', 'p', 0, 101, 8),)")
-            self.tell("Vanish", 0)
-            program.until_output("DaemonVanished")
-            self.tell("Return")
-            program.until_output("DaemonAppeared")
-            program.signal(signal.SIGINT)
-            self.ends(program, 0)
-            events = [self.check("watch", line) for line in program.output().splitlines()]
-            self.assertEqual(len(events), 5)
-            self.assertEqual(all("time" in event for event in events), bool(option))
-
-    def test_recordings_conform(self):
-        self.start_daemon()
-        program = self.start("record", "-")
+    def followed(self, kind, *arguments):
+        """What a command prints about an event of each form."""
+        program = self.start(*arguments)
         self.until_called("GetAllProperties")
-        self.emit("PackageUpgraded", "(('a', '1', 's', 'c', @a{sv} {}),)")
+        self.emit("PackageInstalled", "(('a', '1', 's', 'c', @a{sv} {}),)")
+        self.emit("PackageRemoved", "('a',)")
         self.emit("OperationStatusChanged", "(('u', 'p', 0, 101, 8),)")
         self.tell("Vanish", 0)
         program.until_output("DaemonVanished")
@@ -296,8 +279,20 @@ class SchemaTest(ProgramTest):
         program.until_output("DaemonAppeared")
         program.signal(signal.SIGINT)
         self.ends(program, 0)
-        lines = [self.check("record", line) for line in program.output().splitlines()]
-        self.assertEqual([line["type"] for line in lines], ["snapshot"] + 4 * ["event"])
+        return [self.check(kind, line) for line in program.output().splitlines()]
+
+    def test_events_conform(self):
+        for option in ([], ["--timestamps"]):
+            self.start_daemon()
+            events = self.followed("watch", "--json", "watch", *option)
+            self.assertEqual(len(events), 5)
+            self.assertEqual(all("time" in event for event in events), bool(option))
+
+    def test_recordings_conform(self):
+        for option in ([], ["--json"]):
+            self.start_daemon()
+            lines = self.followed("record", "record", "-", *option)
+            self.assertEqual([line["type"] for line in lines], ["snapshot"] + 5 * ["event"])
 
     def test_every_command_without_a_daemon_prints_an_error(self):
         self.start_daemon()

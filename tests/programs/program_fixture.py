@@ -185,8 +185,9 @@ class ProgramTest(unittest.TestCase):
         """Runs emporiumctl to its end."""
         options.setdefault("stdout", subprocess.PIPE)
         options.setdefault("stderr", subprocess.PIPE)
-        return subprocess.run([CTL, *arguments], env=self.environment, stdin=subprocess.DEVNULL,
-                              timeout=DEADLINE, check=False, encoding="utf-8", **options)
+        options.setdefault("env", self.environment)
+        return subprocess.run([CTL, *arguments], stdin=subprocess.DEVNULL, timeout=DEADLINE,
+                              check=False, encoding="utf-8", **options)
 
     def start(self, *arguments, **options):
         """Runs emporiumctl in the background, until the end of the test."""
@@ -205,4 +206,4 @@ class ProgramTest(unittest.TestCase):
 
 
 def main():
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv, verbosity=2)
