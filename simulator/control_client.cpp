@@ -114,6 +114,8 @@ void PrintReply(GVariant* reply)
 
 int Refused(GError* error)
 {
+    const bool lost = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE ||
+                      g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE;
     const bool absent =
         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != FALSE ||
         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) != FALSE;
@@ -121,6 +123,9 @@ int Refused(GError* error)
     g_dbus_error_strip_remote_error(error);
     if (absent) {
         throw NoBus("there is no simulator on the bus");
+    }
+    if (lost) {
+        throw NoBus("the simulator has left the bus");
     }
     if (usage) {
         throw UsageError(error->message);

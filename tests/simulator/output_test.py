@@ -42,6 +42,11 @@ class ControlCommand(SimulatorTest):
             if not line.isdigit():
                 self.assertTrue(line.startswith("emporium-simulator: "), line)
 
+    def test_a_simulator_that_leaves_during_a_call_is_an_absent_one(self):
+        output = self.script("""s WaitForClient & client=$!; k WaitForCall Restart 1 >/dev/null & d Restart x >/dev/null
+            s ExitDuring Start; d Start x >/dev/null; wait $client; echo $?""")
+        self.assertEqual(output, "emporium-simulator: the simulator has left the bus\n3\n")
+
 
 class Output(SimulatorTest):
     def shell(self, script):
