@@ -52,6 +52,7 @@ public:
     /// Creates a connection with a snapshot and subscriptions of its own. Most applications use the
     /// process-wide connection, GetDaemonConnection(), instead: both share one cache directory.
     DaemonConnection();
+
     /// @name Copying and moving
     /// @{
 

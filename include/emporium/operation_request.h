@@ -25,6 +25,7 @@ public:
 
     /// A request of type Install with empty texts.
     OperationRequest();
+
     /// @name Copying and moving
     /// @{
 
@@ -73,6 +74,7 @@ class EMPORIUM_EXPORT OperationRequest::Builder
 public:
     /// A builder without type and texts.
     Builder();
+
     /// @name Copying and moving
     /// @{
 

@@ -23,6 +23,7 @@ class EMPORIUM_EXPORT ErrorResult
 public:
     /// A failure with this message.
     explicit ErrorResult(std::string message);
+
     /// @name Copying and moving
     /// @{
 
