@@ -97,7 +97,7 @@ void EventStream::OnDaemonState(DaemonState state)
         auto loaded = m_session.Call([this] { Complain(m_session.TheInterruption().Reason()); },
                                      [this] { return m_session.Reload(); });
         const auto* failure = std::get_if<Failure>(&loaded);
-        // It has vanished again, and the next change tells so.
+        // If it has vanished again, the next change reports that.
         if (failure == nullptr || failure->status != ExitStatus::NoDaemon) {
             m_daemonAbsent = false;
             m_onEvent({"DaemonAppeared", std::move(loaded)});

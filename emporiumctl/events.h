@@ -17,7 +17,7 @@ namespace EmporiumCtl {
 /// Something that has happened: to a package, to an operation, or to the daemon.
 struct Event
 {
-    /// The daemon is back. Its state has been read anew, unless that failed.
+    /// The daemon is back, with its new state, or why that could not be read.
     using Appeared = std::variant<Snapshot, Failure>;
 
     std::string name;

@@ -29,7 +29,7 @@ constexpr std::array<int, 5> caught{SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGALRM};
 // nobody reads.
 constexpr unsigned secondsToEnd = 5;
 
-// What the handler and SetTimeout() tell the thread: the number of a signal, or one of these.
+// What the handler and SetTimeout() send to the thread: the number of a signal, or one of these.
 constexpr char stop = 0;
 constexpr char newTimeout = 127;
 
@@ -38,7 +38,7 @@ std::array<int, 2> channel{-1, -1};
 std::atomic<bool> interrupted = false;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-void Tell(char what)
+void Send(char what)
 {
     const int error = errno;
     static_cast<void>(!write(channel[1], &what, 1));
@@ -52,7 +52,7 @@ void Handle(int number)
         _exit(static_cast<int>(ExitStatus::NotKnown));
     }
     interrupted = interrupted || number != SIGWINCH;
-    Tell(static_cast<char>(number));
+    Send(static_cast<char>(number));
 }
 
 sigset_t CaughtSet()
@@ -95,7 +95,7 @@ Interruption::Interruption()
 
 Interruption::~Interruption()
 {
-    Tell(stop);
+    Send(stop);
     m_thread.join();
 }
 
@@ -103,7 +103,7 @@ void Interruption::SetTimeout(std::chrono::seconds timeout)
 {
     const std::lock_guard lock(m_mutex);
     m_timeout = timeout;
-    Tell(newTimeout);
+    Send(newTimeout);
 }
 
 bool Interruption::HasTimeout() const

@@ -13,7 +13,7 @@ namespace {
 
 using namespace EmporiumCtl;
 
-/// The outcome of a command whose output could not be written is not known to anybody.
+/// A command whose output could not be written has failed, whatever it has done.
 ExitStatus Finish(Output& out, ExitStatus status)
 {
     if (out.Finish()) {

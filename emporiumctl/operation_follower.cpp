@@ -293,7 +293,7 @@ void OperationFollower::LookUp()
     const auto loaded = m_session.Call([this] { Finish(); }, [this] { return m_session.Reload(); });
     if (const auto* failure = std::get_if<Failure>(&loaded)) {
         if (failure->status == ExitStatus::NoDaemon) {
-            OnAbsent(); // or the bus is lost, which the main loop tells next
+            OnAbsent(); // or the bus is lost, which the main loop reports next
         } else {
             GiveUp(failure->error.message);
         }

@@ -11,7 +11,7 @@
 
 namespace EmporiumCtl {
 
-/// Shows what becomes of tasks.
+/// Shows the progress and the outcomes of tasks.
 class Progress
 {
 public:

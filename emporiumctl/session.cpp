@@ -17,7 +17,7 @@ std::string InParentheses(const std::vector<std::string>& reasons)
     return reasons.empty() ? "" : " (" + reasons.back() + ')';
 }
 
-/// Why the snapshot was not loaded. The library tells that in a log line only.
+/// Why the snapshot was not loaded. The library reports it only in a log line.
 std::optional<Failure> LoadFailure(const std::vector<std::string>& errors)
 {
     for (const std::string& text : errors) {

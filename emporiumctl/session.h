@@ -17,7 +17,7 @@
 
 namespace EmporiumCtl {
 
-/// The program's use of the bus: the connection, what becomes of the daemon, and the main loop.
+/// The program's use of the bus: the connection, the state of the daemon, and the main loop.
 class Session
 {
 public:
@@ -47,9 +47,9 @@ public:
         return call();
     }
 
-    /// Waits for anything to happen and delivers it.
+    /// Waits for an event and dispatches it.
     void Iterate();
-    /// Delivers what has happened already. Must precede long calls: the bus library closes the
+    /// Dispatches the pending events. Must precede long calls: the bus library closes the
     /// connection if it cannot deliver the replies to its own requests in time.
     void Settle();
     bool Interrupted() const { return m_interruption.Happened(); }

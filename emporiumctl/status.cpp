@@ -66,8 +66,8 @@ ExitStatus ReportInterrupted(Session& session, Output& out)
                                                            " before the daemon answered"));
 }
 
-/// Until the daemon answers. A daemon that has the name but does not answer is asked again when it
-/// appears anew.
+/// Waits until the daemon answers. One that has the name but does not answer is asked again when it
+/// appears again.
 ExitStatus WaitForDaemon(Session& session, Output& out, unsigned seconds)
 {
     const Limit limit(seconds);
