@@ -34,6 +34,9 @@ public:
     BusClient& operator=(const BusClient&) = delete;
     ~BusClient();
 
+    /// How long each of the next calls may take.
+    void SetDeadline(std::chrono::milliseconds deadline) { m_deadline = deadline; }
+
     /// Returns the reply, or nothing and the error. Takes a floating reference to the arguments.
     VariantPtr Call(const BusObject& object, const char* method, GVariant* arguments,
                     ErrorPtr& error) const;

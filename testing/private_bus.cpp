@@ -49,7 +49,7 @@ auto Started(std::chrono::milliseconds deadline, Action action)
 
 struct PrivateBus::Private
 {
-    std::chrono::milliseconds deadline;
+    std::chrono::milliseconds deadline = defaultDeadline;
     std::unique_ptr<::Simulator::PrivateBus> bus;
     /// Opened when it is first used: a test may limit the number of connections.
     std::unique_ptr<BusClient> client;
@@ -103,11 +103,12 @@ void PrivateBus::Resume()
     m_private->bus->Resume();
 }
 
-bool PrivateBus::NameHasOwner(const std::string& name) const
+bool PrivateBus::NameHasOwner(const std::string& name, std::chrono::milliseconds deadline) const
 {
     if (!m_private->client) {
-        m_private->client = std::make_unique<BusClient>(Address(), m_private->deadline);
+        m_private->client = std::make_unique<BusClient>(Address(), deadline);
     }
+    m_private->client->SetDeadline(deadline);
     const VariantPtr reply =
         m_private->client->CallBus("NameHasOwner", g_variant_new("(s)", name.c_str()));
     gboolean owned = FALSE;

@@ -267,6 +267,12 @@ Simulator::Simulator(const std::string& busAddress, const std::vector<std::strin
 
 Simulator::~Simulator() = default;
 
+void Simulator::SetDeadline(std::chrono::milliseconds deadline)
+{
+    m_private->deadline = deadline;
+    m_private->bus.client.SetDeadline(deadline);
+}
+
 void Simulator::Stop()
 {
     m_private->process.End(SIGTERM);

@@ -7,6 +7,7 @@ import re
 import subprocess
 import sys
 
+import emporium_pytest
 import pytest
 from emporium_pytest import DeadlineExceeded, Simulator, SimulatorError
 
@@ -76,9 +77,11 @@ def test_a_simulator_that_left_the_bus_is_reported(emporium_simulator):
 
 
 def test_what_does_not_happen_is_awaited_until_the_deadline():
-    with Simulator(deadline=1) as simulator:
-        with pytest.raises(DeadlineExceeded, match="was not answered within 1 s"):
+    with Simulator() as simulator:
+        simulator.deadline = 0.1
+        with pytest.raises(DeadlineExceeded, match="was not answered within 0.1 s"):
             simulator.wait_for_call("Install", 2)
+        simulator.deadline = emporium_pytest.DEADLINE
 
 
 def test_arguments_that_are_refused_are_reported_with_the_message_of_the_program():

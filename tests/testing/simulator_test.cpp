@@ -84,9 +84,9 @@ std::vector<std::string> WordsAfter(const std::string& word, const std::string& 
     return words;
 }
 
-SimulatorOptions BuiltSimulator(std::chrono::milliseconds deadline = defaultDeadline)
+SimulatorOptions BuiltSimulator()
 {
-    return {EMPORIUM_SIMULATOR, deadline};
+    return {EMPORIUM_SIMULATOR, defaultDeadline};
 }
 
 class TestSimulator : public testing::Test
@@ -195,12 +195,13 @@ TEST_F(Daemon, ThatIsKilledIsReportedByTheNextVerb)
     EXPECT_EQ(simulator.Wait(), -1);
 }
 
-TEST_F(TestSimulator, ThatIsSuspendedIsAnErrorAtTheDeadlineAndWorksAfterwards)
+TEST_F(Daemon, ThatIsSuspendedIsAnErrorAtTheDeadlineAndWorksAfterwards)
 {
-    Simulator simulator(session, {}, BuiltSimulator(std::chrono::seconds(1)));
+    simulator.SetDeadline(soon);
     simulator.Suspend();
     EXPECT_EQ(MessageOf<DeadlineExceeded>([&] { simulator.Calls(Method::Start); }),
-              "Calls('Start',) was not answered within 1000 ms");
+              "Calls('Start',) was not answered within 50 ms");
+    simulator.SetDeadline(defaultDeadline);
     simulator.Resume();
     simulator.Reset();
 }
@@ -294,11 +295,11 @@ TEST_F(Daemon, AwaitsCallsAndClients)
     simulator.WaitForCall(Method::GetAllProperties);
 }
 
-TEST_F(TestSimulator, WaitsForWhatDoesNotHappenUntilTheDeadline)
+TEST_F(Daemon, WaitsForWhatDoesNotHappenUntilTheDeadline)
 {
-    Simulator simulator(session, {}, BuiltSimulator(std::chrono::seconds(1)));
+    simulator.SetDeadline(soon);
     EXPECT_EQ(MessageOf<DeadlineExceeded>([&] { simulator.WaitForCall(Method::Install, 2); }),
-              "WaitForCall('Install', uint32 2) was not answered within 1000 ms");
+              "WaitForCall('Install', uint32 2) was not answered within 50 ms");
 }
 
 TEST_F(Daemon, RefusesWithItsReason)

@@ -55,8 +55,9 @@ public:
 
     /// True if some connection to the bus owns the name.
     /// @throws Error if the bus does not run
-    /// @throws DeadlineExceeded if the bus does not answer
-    bool NameHasOwner(const std::string& name) const;
+    /// @throws DeadlineExceeded if the bus does not answer in time
+    bool NameHasOwner(const std::string& name,
+                      std::chrono::milliseconds deadline = defaultDeadline) const;
 
 private:
     struct Private;

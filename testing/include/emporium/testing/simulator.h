@@ -64,6 +64,9 @@ public:
     Simulator& operator=(const Simulator&) = delete;
     ~Simulator();
 
+    /// Changes how long each of the next verbs and waits may take.
+    void SetDeadline(std::chrono::milliseconds deadline);
+
     /// @name The process
     /// @{
 
