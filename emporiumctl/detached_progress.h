@@ -17,7 +17,7 @@ public:
     void Created(const Task& task) override;
     void Changed(const Task& /*task*/) override {}
     void Ended(const Task& /*task*/) override {}
-    void GoesOn(const Task& /*task*/) override {}
+    void Continues(const Task& /*task*/) override {}
 };
 
 /// One JSON array, with what became of each target.
@@ -28,7 +28,7 @@ public:
 
     void Changed(const Task& /*task*/) override {}
     void Ended(const Task& /*task*/) override {}
-    void GoesOn(const Task& /*task*/) override {}
+    void Continues(const Task& /*task*/) override {}
     void Close() override;
 
 private:

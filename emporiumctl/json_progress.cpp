@@ -39,9 +39,9 @@ void JsonProgress::NotKnown(const Task& task, const std::string& reason)
            {"message", reason}});
 }
 
-void JsonProgress::GoesOn(const Task& task)
+void JsonProgress::Continues(const Task& task)
 {
-    Print({{"event", "GoesOn"}, {"uuid", task.uuid}, {"target", task.target}});
+    Print({{"event", "Continues"}, {"uuid", task.uuid}, {"target", task.target}});
 }
 
 void JsonProgress::NotRequested(const Task& task)

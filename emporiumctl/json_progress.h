@@ -16,7 +16,7 @@ public:
     void Changed(const Task& task) override;
     void Ended(const Task& task) override;
     void NotKnown(const Task& task, const std::string& reason) override;
-    void GoesOn(const Task& task) override;
+    void Continues(const Task& task) override;
     void NotRequested(const Task& task) override;
     void DaemonVanished() override;
     void DaemonAppeared() override;

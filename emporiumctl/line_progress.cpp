@@ -40,9 +40,9 @@ void LineProgress::NotKnown(const Task& task, const std::string& reason)
     PrintError(Shown(task.target) + ": the outcome is not known" + uuid + ": " + reason);
 }
 
-void LineProgress::GoesOn(const Task& task)
+void LineProgress::Continues(const Task& task)
 {
-    Print("The operation goes on: " + task.uuid, Colour::None);
+    Print("The operation continues: " + task.uuid, Colour::None);
 }
 
 void LineProgress::NotRequested(const Task& task)

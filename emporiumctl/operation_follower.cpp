@@ -378,7 +378,7 @@ void OperationFollower::ReportInterrupted()
             break;
         case Task::State::Active:
             if (!m_daemonAbsent) {
-                m_progress.GoesOn(task);
+                m_progress.Continues(task);
                 break;
             }
             [[fallthrough]];

@@ -27,7 +27,7 @@ public:
     virtual void Ended(const Task& task) = 0;
     virtual void NotKnown(const Task& task, const std::string& reason) = 0;
     /// The waiting ends before the operation.
-    virtual void GoesOn(const Task& task) = 0;
+    virtual void Continues(const Task& task) = 0;
     /// The program ends before it has asked the daemon.
     virtual void NotRequested(const Task& task) = 0;
     virtual void DaemonVanished() = 0;

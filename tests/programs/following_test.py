@@ -189,7 +189,7 @@ class InterruptionTest(WaitingBase):
                 program, uuid = self.start_removal()
                 program.signal(number)
                 self.ends(program, 4)
-                self.assertIn(f"The operation goes on: {uuid}", program.output())
+                self.assertIn(f"The operation continues: {uuid}", program.output())
 
     def test_sighup_is_ignored_under_nohup(self):
         self.start_daemon()

@@ -264,7 +264,7 @@ class SchemaTest(ProgramTest):
         program.signal(signal.SIGTERM)
         self.ends(program, 4)
         events = [self.check("wait", line) for line in program.output().splitlines()]
-        self.assertEqual(events[-1], {"event": "GoesOn", "uuid": first, "target": first})
+        self.assertEqual(events[-1], {"event": "Continues", "uuid": first, "target": first})
 
     def followed(self, kind, *arguments):
         """What a command prints about an event of each form."""
