@@ -114,7 +114,7 @@ public:
     /// and logs the reason, if files are left.
     bool Remove(Found& found)
     {
-        // Some file systems rename an open file instead of removing it: the new name would be listed forever.
+        // Some file systems rename an open file instead of removing it, and so list another name each time.
         constexpr int mostRounds = 16;
         try {
             for (int round = 1; !RemoveListed(round < mostRounds); ++round) {
@@ -275,7 +275,7 @@ bool IsMissing(const fs::path& directory)
 /// Anything that exists at the path is used as it is, even a regular file.
 void EnsureExists(const fs::path& directory)
 {
-    // Another process may create the directory at the same time, and a third one rename it in order to read it.
+    // Another process may create the directory at the same time, and a third one rename it to read it.
     constexpr int mostTries = 100;
     std::error_code failure = std::make_error_code(std::errc::file_exists);
     for (int tries = 0; tries < mostTries && failure == std::errc::file_exists; ++tries) {
