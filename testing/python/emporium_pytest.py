@@ -224,7 +224,7 @@ class Simulator:
         self._call("StartReplay", "()")
 
     def wait_for_call(self, method, count=1):
-        """Waits until the method was called this often since the start or reset()."""
+        """Waits until the method was called that many times since the start or reset()."""
         self._call("WaitForCall", "(su)", method, count)
 
     def wait_for_status(self, package, status):

@@ -165,7 +165,7 @@ public:
     /// an application in another process or thread, and RunUntil() otherwise.
     /// @{
 
-    /// Waits until the method was called this often since the start or Reset().
+    /// Waits until the method was called that many times since the start or Reset().
     void WaitForCall(Method method, unsigned count = 1);
     /// Waits until the latest operation on the package (empty: on any) has had the status.
     void WaitForStatus(const std::string& packageID, Common::OperationStatus status);
