@@ -6,6 +6,7 @@
 #include "text/suggestion.h"
 
 #include <CLI/CLI.hpp>
+#include <glib.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -80,6 +81,15 @@ void AddPrivateBusOptions(CLI::App& app, Options& options)
         "... with the user's XDG_CACHE_HOME");
 }
 
+/// The option parser takes the largest number for one that is too large.
+std::string FitsIntoASize(const std::string& text)
+{
+    guint64 size = 0;
+    const bool fits =
+        g_ascii_string_to_unsigned(text.c_str(), 10, 0, G_MAXUINT64, &size, nullptr) != FALSE;
+    return fits ? "" : "not a size: " + text;
+}
+
 void AddPackageOptions(CLI::App& app, Options& options)
 {
     PackageFile& package = options.package;
@@ -95,7 +105,8 @@ void AddPackageOptions(CLI::App& app, Options& options)
     app.add_option("--subgroup", package.subgroup, "... subgroup of its developer certificate")
         ->type_name("NAME");
     app.add_option("--payload", package.payloadSize, "... its payload size in bytes")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(FitsIntoASize);
 }
 
 struct Relation

@@ -159,6 +159,14 @@ class ContradictingOptions(SimulatorTest):
                 self.assertNotIn("line", run.stderr)
         self.assertFalse(os.path.exists(self.file("x")))
 
+    def test_a_payload_that_is_no_64_bit_number_is_refused(self):
+        make = ["--make-package", self.file("x"), "--id", "a.b", "--version", "1", "--payload"]
+        for size in ("18446744073709551616", "-1", "many", ""):
+            run = self.simulator(*make, size)
+            self.assertEqual((run.returncode, run.stdout), (2, ""), run.stderr)
+            self.assertIn(f"--payload: not a size: {size}\n", run.stderr)
+        self.assertEqual(self.simulator(*make, "18446744073709551615").returncode, 0)
+
     def test_no_packages_at_all_can_be_asked_for(self):
         self.assertIn("'Packages': <@a(ssssa{sv}) []>", self.script("d GetAllProperties", "--packages", "0"))
 
