@@ -148,7 +148,8 @@ def main():
     parser.add_argument("document", type=pathlib.Path)
     options = parser.parse_args()
     content = options.document.read_text(encoding="utf-8")
-    with tempfile.TemporaryDirectory() as directory:
+    # Not in TMPDIR, whose path may have spaces: at them, the shell splits what pkg-config prints.
+    with tempfile.TemporaryDirectory(dir="/tmp") as directory:
         checker = Checker(options.build, options.compiler, directory)
         try:
             is_page = options.document.suffix != ".md"
