@@ -178,10 +178,11 @@ class Zsh:
         pid, self.terminal = pty.fork()
         if pid == 0:
             os.chdir(test.directory.name)
-            os.execvpe("zsh", ["zsh", "-f", "-i"], dict(test.environment, TERM="dumb", COLUMNS="300"))
+            os.execvpe("zsh", ["zsh", "-f", "-i"], dict(test.environment, TERM="dumb", COLUMNS="300",
+                                                        COMPLETIONS=test.completions))
         self.pid = pid
         self.text = ""
-        self.write(f"PS1='> '; LISTMAX=9999; fpath=({test.completions} $fpath); autoload -Uz compinit; "
+        self.write("PS1='> '; LISTMAX=9999; fpath=($COMPLETIONS $fpath); autoload -Uz compinit; "
                    "compinit -D -u; print -r begin''s\n")
         self.until("begins")
 
