@@ -119,7 +119,9 @@ class ProgramTest(unittest.TestCase):
 
     def other_waits(self, milliseconds_per_second):
         """An environment in which a program does not wait for as long as it says."""
-        return dict(self.environment, LD_PRELOAD=OTHER_WAITS, ASKED_SECONDS=self.file("seconds"),
+        directory, library = os.path.split(OTHER_WAITS)  # a preloaded path may not have spaces
+        return dict(self.environment, LD_PRELOAD=library, LD_LIBRARY_PATH=directory,
+                    ASKED_SECONDS=self.file("seconds"),
                     ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0",
                     MILLISECONDS_PER_SECOND=str(milliseconds_per_second))
 
