@@ -82,6 +82,7 @@ class Checker:
         if "#include" not in code:
             code = FRAGMENT + code + "}\n"
         self.run([self.compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", "-Wno-unused",
+                  "-Wno-unused-parameter",
                   "-fsyntax-only", "-x", "c++", *self.flags, "-"], code)
 
     def sh(self, code):

@@ -3,6 +3,7 @@
 
 import os
 import pty
+import re
 import select
 import shutil
 import subprocess
@@ -46,7 +47,10 @@ class ShellTest(ProgramTest):
         script = "source $argv[1]; complete -C $argv[2]"
         lines = self.run_shell("fish", "--no-config", "-c", script,
                                f"{self.completions}/{self.program}.fish", f"{self.program} {line}")
-        return [text.split("\t")[0] for text in lines]
+        # Newer versions also offer words that have the letters in this order, with others between them.
+        apart = re.compile(".*?".join(map(re.escape, line.split(" ")[-1])))
+        offered = [text.split("\t")[0] for text in lines]
+        return [text for text in offered if text.startswith(line.split(" ")[-1]) or not apart.search(text)]
 
     def check(self, complete):
         """Completes lines, of which the last word is incomplete."""

@@ -3,6 +3,7 @@
 
 import os
 import re
+import shlex
 import signal
 import stat
 import subprocess
@@ -318,8 +319,8 @@ exec sh -c "$*" # as the other machine does
         self.assertIn("there is no session bus", run.stderr)
 
     def test_ssh_ends_with_the_program(self):
-        self.file("bin/ssh", f"#!/bin/sh\necho $$ >{self.file('ssh')}.new; mv {self.file('ssh')}.new "
-                  f"{self.file('ssh')}; exec sleep 600\n")
+        written = shlex.quote(self.file("ssh"))
+        self.file("bin/ssh", f"#!/bin/sh\necho $$ >{written}.new; mv {written}.new {written}; exec sleep 600\n")
         program = self.start("--host", "far", "list", env=self.remote)
         ssh = int(until(lambda: self.content(self.file("ssh"))))
         program.signal(signal.SIGTERM)

@@ -3,6 +3,7 @@
 
 import json
 import os
+import re
 import signal
 import time
 
@@ -92,7 +93,7 @@ class RefusalTest(ProgramTest):
         self.assertIn("emporiumctl: '': InvalidArguments: ", run.stderr)
         self.assertIn("emporiumctl: \\xff.pkg: InvalidArguments: ", run.stderr)
         self.assertEqual(len(run.stderr.splitlines()), 4, run.stderr)
-        self.assertRegex(run.stdout, f"install {good} has the UUID [0-9a-f-]{{36}}\n")
+        self.assertRegex(run.stdout, f"install {re.escape(good)} has the UUID [0-9a-f-]{{36}}\n")
         self.assertIn("install org.example.new: succeeded", run.stdout)
 
     def test_a_refusal_without_waiting_fails_and_prints_the_other_uuids(self):

@@ -80,10 +80,10 @@ class Output(SimulatorTest):
     def test_closed_standard_descriptors_are_not_used_for_other_files(self):
         for closed in ("<&-", ">&-", "2>&-", "<&- >&- 2>&-"):
             with self.subTest(closed):
-                run = self.shell(f'"$1" --state "$2/state" --verbose --private-bus -- sh -c "'
+                run = self.shell(f'D="$2" "$1" --state "$2/state" --verbose --private-bus -- sh -c "'
                                  'gdbus call --session --dest org.velmora.Emporium --object-path '
                                  '/org/velmora/Emporium --method org.velmora.Emporium.Remove org.example.camera '
-                                 f'>$2/out; echo text; echo error >&2; echo end >$2/end" {closed}')
+                                 f'>\\"\\$D/out\\"; echo text; echo error >&2; echo end >\\"\\$D/end\\"" {closed}')
                 with open(self.file("end"), encoding="utf-8") as f:
                     self.assertEqual(f.read(), "end\n")
                 self.assertEqual(run.returncode, 0)

@@ -6,6 +6,7 @@ import errno
 import os
 import pty
 import select
+import shlex
 import signal
 import subprocess
 import sys
@@ -249,7 +250,7 @@ class ProcessesOfABus(SimulatorTest):
                 self.assertEqual(status.stdout, "True set()\n")
 
     def test_a_bus_that_does_not_answer_can_be_interrupted(self):
-        daemon = self.file("dbus-daemon", f"#!/bin/sh\necho >{self.file('started')}\nexec sleep 600\n")
+        daemon = self.file("dbus-daemon", f"#!/bin/sh\necho >{shlex.quote(self.file('started'))}\nexec sleep 600\n")
         os.chmod(daemon, 0o700)
         self.environment["PATH"] = self.path + ":" + self.environment["PATH"]
         process = self.start(["true"], stderr=subprocess.DEVNULL)
