@@ -51,7 +51,7 @@ ExitStatus Errors(Output& out, const std::optional<std::string>& wanted)
         }
     }
     if (rows.empty()) {
-        return ReportUnknown(out, *wanted);
+        return ReportUnknown(out, wanted.value_or(""));
     }
     if (out.Json()) {
         out.Document(list);

@@ -40,8 +40,9 @@ ExitStatus PrintText(const std::string& text)
 ExitStatus Run(const CommandLine& commandLine, Interruption& interruption)
 {
     const CommonOptions& options = commandLine.Common();
-    if (options.timeout.value_or(0) > 0) {
-        interruption.SetTimeout(std::chrono::seconds(*options.timeout));
+    const std::chrono::seconds timeout(options.timeout.value_or(0));
+    if (timeout > timeout.zero()) {
+        interruption.SetTimeout(timeout);
     }
     if (options.verbose) {
         LogLines::Get().SetVerbose();

@@ -4,6 +4,10 @@
 #include "emporiumctl/names.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace EmporiumCtl {
 
@@ -31,14 +35,24 @@ template <typename Item>
 std::vector<Item> Sorted(std::vector<Item> items, const std::vector<std::string>& columns,
                          const std::optional<std::string>& sortedBy)
 {
-    if (sortedBy) {
-        const auto key = static_cast<std::size_t>(
-            std::find(columns.begin(), columns.end(), *sortedBy) - columns.begin());
-        std::stable_sort(items.begin(), items.end(), [key](const Item& a, const Item& b) {
-            return RowOf(a)[key] < RowOf(b)[key];
-        });
+    if (!sortedBy) {
+        return items;
     }
-    return items;
+    const auto column = static_cast<std::size_t>(
+        std::find(columns.begin(), columns.end(), *sortedBy) - columns.begin());
+    // Items with the same text stay in the daemon's order.
+    std::vector<std::pair<std::string, std::size_t>> order;
+    order.reserve(items.size());
+    for (const Item& item : items) {
+        order.emplace_back(RowOf(item)[column], order.size());
+    }
+    std::sort(order.begin(), order.end());
+    std::vector<Item> sorted;
+    sorted.reserve(items.size());
+    for (const auto& [text, place] : order) {
+        sorted.push_back(items[place]);
+    }
+    return sorted;
 }
 
 template <typename Item>
@@ -50,6 +64,7 @@ void Print(Output& out, const Row& heading, const std::vector<Item>& items,
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(items.size());
     for (const Item& item : items) {
         rows.push_back(RowOf(item));
     }

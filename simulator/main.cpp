@@ -102,13 +102,13 @@ private:
 
     int RunCommand(Catalogue catalogue)
     {
-        WatchSignals();
+        Signals& signals = WatchSignals();
         std::optional<PrivateBus> bus;
         try {
-            bus.emplace(PrivateBus::Limits{}, m_signals->Descriptor());
+            bus.emplace(PrivateBus::Limits{}, signals.Descriptor());
         } catch (const Interrupted& error) {
             PrintError(error.what());
-            return exitSignal + m_signals->Next().number;
+            return exitSignal + signals.Next().number;
         }
         Environment environment = CreateHome(m_options.home, bus->Directory());
         environment.emplace_back("DBUS_SESSION_BUS_ADDRESS", bus->Address());
@@ -180,9 +180,10 @@ private:
         g_main_loop_quit(m_loop.get());
     }
 
-    void WatchSignals()
+    Signals& WatchSignals()
     {
-        m_signals.emplace([this](int number, bool fromTerminal) { Stop(number, fromTerminal); });
+        return m_signals.emplace(
+            [this](int number, bool fromTerminal) { Stop(number, fromTerminal); });
     }
 
     void Stop(int number, bool fromTerminal)
@@ -192,24 +193,27 @@ private:
         } else if (fromTerminal && m_command->IsInThisProcessGroup()) {
             return; // The command has received it too, and this program ends when the command does.
         } else if (number == SIGTERM) {
-            Terminate();
+            Terminate(*m_command);
         } else {
-            m_command->Signal(number == SIGHUP ? HangupSignal() : number);
+            m_command->Signal(number == SIGHUP ? HangupSignal(*m_command) : number);
         }
     }
 
     // An interactive shell ignores SIGTERM, and another command may ignore SIGHUP.
-    int HangupSignal() const { return m_command->IsInThisProcessGroup() ? SIGTERM : SIGHUP; }
+    static int HangupSignal(const Command& command)
+    {
+        return command.IsInThisProcessGroup() ? SIGTERM : SIGHUP;
+    }
 
     // The first SIGTERM is passed on. A command that ignores it is killed by the second.
-    void Terminate()
+    void Terminate(Command& command)
     {
         const gint64 now = g_get_monotonic_time();
         if (m_terminated == 0) {
             m_terminated = now;
-            m_command->Signal(SIGTERM);
+            command.Signal(SIGTERM);
         } else if (now - m_terminated > sameTerminationMicroseconds) {
-            m_command->Signal(SIGKILL);
+            command.Signal(SIGKILL);
         }
     }
 
