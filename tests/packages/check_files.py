@@ -13,7 +13,7 @@ import subprocess
 import sys
 import tempfile
 
-# The places that the spec names with macros, as in debian/*.install.
+# The directories that the RPM names with macros, as in debian/*.install.
 MACROS = {
     "%{_bindir}": "usr/bin",
     "%{_datadir}": "usr/share",
