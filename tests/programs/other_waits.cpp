@@ -31,8 +31,8 @@ guint g_timeout_add_seconds_full(gint priority, guint seconds, GSourceFunc funct
 
 unsigned alarm(unsigned seconds) noexcept
 {
-    const unsigned milliseconds = Milliseconds(seconds);
-    const itimerval timer{{0, 0}, {milliseconds / 1000, 1000 * (milliseconds % 1000)}};
+    const auto [whole, rest] = std::ldiv(static_cast<long>(Milliseconds(seconds)), 1000);
+    const itimerval timer{{0, 0}, {whole, 1000 * rest}};
     setitimer(ITIMER_REAL, &timer, nullptr);
     return 0;
 }
