@@ -3,6 +3,8 @@
 
 #include "common/fs/file_descriptor.h"
 
+#include <emporium/testing/deadline.h>
+
 #include <array>
 #include <chrono>
 #include <string>
@@ -24,7 +26,7 @@ public:
 
     /// Returns the next line of output, or what remains at its end.
     /// @throws DeadlineExceeded
-    std::string ReadLine(std::chrono::milliseconds deadline);
+    std::string ReadLine(std::chrono::milliseconds deadline = defaultDeadline);
 
     /// Sends the signal and waits for the end of the process.
     void End(int signal);

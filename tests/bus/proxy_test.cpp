@@ -3,6 +3,8 @@
 #include "peer.h"
 #include "session_test.h"
 
+#include "testing/child_process.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,6 +14,7 @@ namespace {
 
 using namespace Emporium;
 using namespace TestSupport;
+using Emporium::Testing::ChildProcess;
 using Emporium::Testing::Method;
 using Emporium::Testing::Property;
 using Emporium::Testing::Signal;
@@ -841,7 +844,7 @@ TEST_F(WithDaemon, AnInvalidNameLogsAWarning)
 {
     for (const char* id : {"", "not valid"}) {
         setenv("VEYRA_APP_ID", id, 1);
-        Process child({EMPORIUM_LISTER});
+        ChildProcess child({EMPORIUM_LISTER});
         const std::string line = child.ReadLine();
         EXPECT_EQ(line.rfind(std::string("[W] Failed to register the ") + id +
                                  ".KVD.Connection dbus connection name (",
@@ -884,7 +887,7 @@ TEST_F(WithDaemon, ACompletedOperationIsLoadedFromTheCacheInTheNextRun)
 
 TEST_F(WithDaemon, TheLibraryStartsNoThreadAndLeavesTheProcessStateUnchanged)
 {
-    Process child({EMPORIUM_LISTER, "--process-state"});
+    ChildProcess child({EMPORIUM_LISTER, "--process-state"});
     EXPECT_EQ(child.ReadLine(), "6 packages");
     EXPECT_EQ(child.ReadLine(), "1 thread");
     EXPECT_EQ(child.ReadLine(), "nothing changed");

@@ -4,7 +4,6 @@
 #include "dbus/contract.h"
 #include "support/gobject.h"
 #include "support/output.h"
-#include "support/process.h"
 #include "support/temporary_directory.h"
 
 #include <emporium/emporium.h>

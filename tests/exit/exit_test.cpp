@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bus/session_test.h"
 
+#include "testing/child_process.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -10,6 +12,7 @@
 namespace {
 
 using namespace TestSupport;
+using Emporium::Testing::ChildProcess;
 using Emporium::Testing::Method;
 using Emporium::Testing::Property;
 using Emporium::Testing::Signal;
@@ -121,7 +124,7 @@ protected:
     }
 
     Emporium::Testing::Simulator simulator{session};
-    std::optional<Process> application;
+    std::optional<ChildProcess> application;
     std::string output;
 };
 

@@ -18,8 +18,8 @@ COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
 printf '%s\\n' "${COMPREPLY[@]}" """
 
 
-class ShellTest(ProgramTest):
-    """Completes with the functions of the shells."""
+class ShellTest:
+    """Completes with the functions of the shells: the common part of the tests of both programs."""
 
     simulator_options = ["--step-ms", "100000"]
     program = None
@@ -66,10 +66,12 @@ class ShellTest(ProgramTest):
     def check_bash(self):
         self.check(lambda line, wanted: self.check_offered(self.bash(*line.split(" ")), line, wanted))
 
-    def check_fish(self):
+    @unittest.skipUnless(shutil.which("fish"), "there is no fish")
+    def test_fish_completes(self):
         self.check(lambda line, wanted: self.check_offered(self.fish(line), line, wanted))
 
-    def check_zsh(self):
+    @unittest.skipUnless(shutil.which("zsh"), "there is no zsh")
+    def test_zsh_completes(self):
         def complete(line, wanted):
             # Control-U empties the line.
             shell.write(f"\x15{self.program} {line}\t")
@@ -82,7 +84,7 @@ class ShellTest(ProgramTest):
             shell.close()
 
 
-class ControlCompletionTest(ShellTest):
+class ControlCompletionTest(ShellTest, ProgramTest):
     program = "emporiumctl"
     directory_of_completions = "emporiumctl/completions"
 
@@ -125,16 +127,8 @@ class ControlCompletionTest(ShellTest):
         self.assertEqual(self.bash("--color", "=", "nev"), ["never"])
         self.assertEqual(self.bash("list", "com"), [""])
 
-    @unittest.skipUnless(shutil.which("fish"), "there is no fish")
-    def test_fish_completes(self):
-        self.check_fish()
 
-    @unittest.skipUnless(shutil.which("zsh"), "there is no zsh")
-    def test_zsh_completes(self):
-        self.check_zsh()
-
-
-class SimulatorCompletionTest(ShellTest):
+class SimulatorCompletionTest(ShellTest, ProgramTest):
     program = "emporium-simulator"
     directory_of_completions = "simulator/completions"
     lines = (("--private-h", "--private-home"),
@@ -164,14 +158,6 @@ class SimulatorCompletionTest(ShellTest):
         # bash itself appends the slash to a directory.
         self.lines = [(line, wanted.rstrip("/")) for line, wanted in self.lines]
         self.check_bash()
-
-    @unittest.skipUnless(shutil.which("fish"), "there is no fish")
-    def test_fish_completes(self):
-        self.check_fish()
-
-    @unittest.skipUnless(shutil.which("zsh"), "there is no zsh")
-    def test_zsh_completes(self):
-        self.check_zsh()
 
 
 class Zsh:

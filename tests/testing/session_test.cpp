@@ -17,6 +17,23 @@ using namespace Emporium::Testing;
 using TestSupport::MessageOf;
 using TestSupport::TemporaryDirectory;
 
+/// A program that is started instead of the dbus-daemon.
+class OtherBusProgram
+{
+public:
+    explicit OtherBusProgram(const char* script)
+    {
+        const auto program = m_directory.Path() / "dbus-daemon";
+        std::ofstream(program) << "#!/bin/sh\n" << script;
+        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        m_environment.Set("PATH", m_directory.Path().string() + ":" + std::getenv("PATH"));
+    }
+
+private:
+    TemporaryDirectory m_directory;
+    Environment m_environment;
+};
+
 TEST(TestSession, SetsTheVariablesOfAnApplication)
 {
     const Session session("org.example.editor");
@@ -61,24 +78,14 @@ TEST(TestSession, KeepsWhatIsStoredAtExitOutOfTheUsersCache)
 
 TEST(TestSession, SaysWhyABusDoesNotStart)
 {
-    const TemporaryDirectory directory;
-    const auto program = directory.Path() / "dbus-daemon";
-    std::ofstream(program) << "#!/bin/sh\necho 'no bus today' >&2\nexit 1\n";
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    Environment environment;
-    environment.Set("PATH", directory.Path().string() + ":" + std::getenv("PATH"));
+    const OtherBusProgram program("echo 'no bus today' >&2\nexit 1\n");
     EXPECT_EQ(MessageOf<Error>([] { const Session session; }),
               "the private bus does not start: no bus today");
 }
 
 TEST(TestBus, ThatDoesNotStartInTimeIsAnError)
 {
-    const TemporaryDirectory directory;
-    const auto program = directory.Path() / "dbus-daemon";
-    std::ofstream(program) << "#!/bin/sh\nexec sleep 600\n";
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    Environment environment;
-    environment.Set("PATH", directory.Path().string() + ":" + std::getenv("PATH"));
+    const OtherBusProgram program("exec sleep 600\n");
     EXPECT_EQ(MessageOf<DeadlineExceeded>(
                   [] { const PrivateBus bus({}, std::chrono::milliseconds(30)); }),
               "the private bus did not start within 30 ms");

@@ -5,6 +5,8 @@
 #include "faults/bus/fault_fixture.h"
 #include "faults/bus/relay.h"
 
+#include "testing/child_process.h"
+
 namespace {
 
 using namespace TestSupport;
@@ -16,13 +18,13 @@ protected:
     std::string Run(const std::string& address)
     {
         setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-        Process application({EMPORIUM_STARTER});
+        Emporium::Testing::ChildProcess application({EMPORIUM_STARTER});
         std::string output;
         for (std::string line = application.ReadLine(); !line.empty();
              line = application.ReadLine()) {
             output += line + "\n";
         }
-        EXPECT_EQ(application.Wait(), 0) << output;
+        EXPECT_EQ(application.Wait(), 0) << output << application.Errors();
         return output;
     }
 };

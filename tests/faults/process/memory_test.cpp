@@ -4,6 +4,8 @@
 
 #include "bus/bus_fixture.h"
 
+#include "testing/child_process.h"
+
 #include <algorithm>
 #include <fstream>
 
@@ -46,7 +48,7 @@ protected:
         int n = GetParam();
         for (std::string answer = "reached"; answer != "done"; n += parts) {
             answer = Run(mode, n);
-            ASSERT_FALSE(answer.empty()) << "the application has ended";
+            ASSERT_FALSE(answer.empty()) << "the application has ended: " << m_job->Errors();
             terminated += answer == "terminated" ? 1 : 0;
             EXPECT_TRUE(answer == "reached" || answer == "done" || answer == "terminated")
                 << mode << ' ' << n << ": " << answer;
@@ -71,7 +73,7 @@ private:
         queue("OperationStatusChanged", operation + "100, 0),)");
     }
 
-    std::optional<Process> m_job;
+    std::optional<Emporium::Testing::ChildProcess> m_job;
     std::ofstream m_input;
 };
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-
-#include "support/process.h"
+#include "testing/child_process.h"
 
 #include <gtest/gtest.h>
 
@@ -12,19 +11,19 @@
 
 namespace {
 
-using TestSupport::Process;
+using Emporium::Testing::ChildProcess;
 
 /// Starts a child that does not end by itself, and is killed.
 [[noreturn]] void TestThatIsKilled()
 {
     setpgid(0, 0);
-    Process child({"sh", "-c", "echo started; exec sleep 600"});
+    ChildProcess child({"/bin/sh", "-c", "echo started; exec sleep 600"});
     child.ReadLine();
     raise(SIGKILL);
     _exit(1);
 }
 
-TEST(ChildProcess, OfATestThatIsKilledEndsToo)
+TEST(TestChildProcess, OfATestThatIsKilledEndsToo)
 {
     std::array<int, 2> inherited{};
     ASSERT_EQ(pipe(inherited.data()), 0);
