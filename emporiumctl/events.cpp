@@ -76,11 +76,15 @@ EventStream::EventStream(Session& session, OnEvent onEvent)
 
 std::optional<Failure> EventStream::Run(const std::function<bool()>& good)
 {
-    while (good() && !m_busLost && !m_session.Interrupted()) {
-        m_session.Iterate();
+    for (;;) {
+        // There may be changes from before: events are dispatched while a command prepares itself.
         while (const auto state = m_session.NextChange()) {
             OnDaemonState(*state);
         }
+        if (!good() || m_busLost || m_session.Interrupted()) {
+            break;
+        }
+        m_session.Iterate();
     }
     return m_busLost ? std::optional(LostBus()) : std::nullopt;
 }

@@ -290,7 +290,7 @@ class EventsTest(ProgramTest):
         self.start_daemon()
         path = self.file("recording")
         program = self.start("record", path)
-        self.until_called("GetAllProperties")
+        until(lambda: self.content(path))
         self.tell("Vanish", 0)
         until(lambda: "DaemonVanished" in self.content(path))
         self.tell("Return")
@@ -302,6 +302,17 @@ class EventsTest(ProgramTest):
         self.assertEqual([line.get("event") for line in lines],
                          [None, "DaemonVanished", "DaemonAppeared"])
         self.assertEqual(len(lines[2]["snapshot"]["packages"]), len(lines[0]["packages"]))
+
+    def test_a_daemon_that_vanishes_while_it_answers_is_recorded(self):
+        self.start_daemon()
+        path = self.file("recording")
+        self.tell("DelayReply", "GetAllProperties", 1000)
+        program = self.start("record", path)
+        self.until_called("GetAllProperties")
+        self.tell("Vanish", 0)
+        until(lambda: "DaemonVanished" in self.content(path))
+        program.signal(signal.SIGINT)
+        self.ends(program, 0)
 
 
 main()
