@@ -20,6 +20,23 @@ bad_usage() { complain "$* (see scripts/$program --help)"; exit 2; }
 
 step() { printf '\n== %s\n' "$*"; }
 
+# as_root COMMAND...: without a terminal, sudo must not ask for a password.
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif [ -t 0 ]; then
+    sudo "$@"
+  else
+    sudo -n "$@"
+  fi
+}
+
+# log COMMAND...: writes the output of the command to $work/log, and shows it only if the command fails.
+log() {
+  # shellcheck disable=SC2154 # the script sets it
+  "$@" >"$work/log" 2>&1 || { tail -n 60 "$work/log" >&2; die "failed: $*"; }
+}
+
 # help_if_asked "$@": prints the comment at the top of the script if the first argument is --help.
 help_if_asked() {
   case "${1:-}" in
@@ -78,4 +95,22 @@ build() {
   fi
   rm -f "$log"
   return "$status"
+}
+
+# count LOG: sets $passed, $failed and $skipped to the numbers of tests in the output of ctest.
+count() {
+  local total=0
+  failed=0
+  read -r failed total < <(sed -n \
+    's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$1") || true
+  skipped=$(grep -c '^[[:space:]]*[0-9]* - .* (Skipped)$' "$1") || true
+  passed=$((total - failed - skipped))
+}
+
+# print_reasons LOG: prints why each skipped test in a log of ctest was skipped. GoogleTest prints the reason on the line
+# after "Skipped", scripts print "skipped: REASON".
+print_reasons() {
+  awk '/^[0-9]+\/[0-9]+ Testing: / { test = $3 }
+    sub(/^skipped: /, "") { print "skipped: " test ": " $0 }
+    /: Skipped$/ { getline; print "skipped: " test ": " $0 }' "$1"
 }
