@@ -51,6 +51,25 @@ void Send(GDBusConnection* connection, GDBusMessage* message)
     }
 }
 
+/// A bus closes the connection of a sender whose array is larger, and the reply that lists everything is
+/// one array.
+void RequireBusSize(GDBusMessage* reply)
+{
+    constexpr gsize largestArray = 1U << 26;
+    constexpr gsize largestGrowth = 4; // of a value, when it is encoded for the bus
+    if (g_variant_get_size(g_dbus_message_get_body(reply)) < largestArray / largestGrowth) {
+        return;
+    }
+    gsize size = 0;
+    const std::unique_ptr<guchar, decltype(&g_free)> encoded(
+        g_dbus_message_to_blob(reply, &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr), g_free);
+    if (encoded == nullptr || size > largestArray) {
+        throw BusError("org.freedesktop.DBus.Error.LimitsExceeded",
+                       "the reply is larger than the " + std::to_string(largestArray) +
+                           " bytes that the bus allows");
+    }
+}
+
 } // namespace
 
 DaemonService::DaemonService(BusConnection& bus, Store& store, OperationQueue& operations,
@@ -109,6 +128,7 @@ ObjectPtr<GDBusMessage> DaemonService::Answer(const std::string& method, MethodS
         }
         ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
         g_dbus_message_set_body(reply.get(), body.Get());
+        RequireBusSize(reply.get());
         return reply;
     } catch (const BusError& error) {
         return ObjectPtr<GDBusMessage>(

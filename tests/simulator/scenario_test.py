@@ -170,6 +170,16 @@ class ContradictingOptions(SimulatorTest):
     def test_no_packages_at_all_can_be_asked_for(self):
         self.assertIn("'Packages': <@a(ssssa{sv}) []>", self.script("d GetAllProperties", "--packages", "0"))
 
+    def test_a_reply_that_the_bus_does_not_transport_is_an_error(self):
+        half = (1 << 25) * "x"
+        catalogue = self.file("c", f"[System]\nArchitecture={half}\nVeyraVersion=5\n[Package a.b]\nVersion=1\n")
+        scenario = self.file("s", f"SetProperty 'Extra', <'{half}'>\n")
+        output = self.script("d GetAllProperties | head -c 300; d Start a.b",
+                             "--catalogue", catalogue, "--scenario", scenario)
+        self.assertIn("org.freedesktop.DBus.Error.LimitsExceeded: the reply is larger than the 67108864 bytes that "
+                      "the bus allows", output)
+        self.assertTrue(output.endswith("()\n"), output)
+
     def test_a_package_file_replaces_nothing_but_a_regular_file(self):
         os.mkfifo(self.file("fifo"))
         os.symlink(self.file("target", "kept"), self.file("link"))
