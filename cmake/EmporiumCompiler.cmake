@@ -13,6 +13,9 @@ endif()
 
 add_link_options(-Wl,--as-needed)
 
+# An absolute path would leave a trace of the build directory in installed programs.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
 # Warnings are errors for developers only: a newer compiler must not break the build of a release.
 if(EMPORIUM_DEVELOPER)
     add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
