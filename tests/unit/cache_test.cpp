@@ -469,6 +469,20 @@ TEST_F(Cache, FailureToRemoveTheDirectoryLogsAWarning)
     }
 }
 
+TEST_F(Cache, FilesThatCannotBeRemovedAreReadOnceWithOneWarning)
+{
+    const AsAnOrdinaryUser user(cacheHome.Path());
+    Store("one", 10);
+    fs::permissions(CacheDirectory(), fs::perms::owner_read | fs::perms::owner_exec);
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection.emplace(); });
+    fs::permissions(CacheDirectory(), fs::perms::owner_all);
+    EXPECT_EQ(log, "[W] Couldn't remove completed operations cache directory (filesystem error: "
+                   "cannot remove all: Permission denied [" +
+                       CacheDirectory().string() + "])\n");
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()), (Strings{"one 100"}));
+}
+
 TEST_F(Cache, OperationsWhoseUUIDIsNotAPlainFileNameAreSkippedAndTheOthersStored)
 {
     const std::string tooLong(300, 'x');
