@@ -20,8 +20,6 @@ public:
     BusObject& operator=(const BusObject&) = delete;
     ~BusObject();
 
-    const GDBusInterfaceInfo& Interface() const { return *m_node->interfaces[0]; }
-
 private:
     static void Call(GDBusConnection*, const char* sender, const char* path, const char* interface,
                      const char* method, GVariant* arguments, GDBusMethodInvocation* invocation,

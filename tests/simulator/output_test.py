@@ -42,6 +42,14 @@ class ControlCommand(SimulatorTest):
             if not line.isdigit():
                 self.assertTrue(line.startswith("emporium-simulator: "), line)
 
+    def test_what_the_bus_does_not_transport_is_refused(self):
+        output = self.script("""s EmitSignalFrom path a.b Ready '()' 1; s EmitSignalFrom / odd Ready '()' 1
+            s EmitSignal not-a-name '()' 1; s SetProperty Odd 'just 5'""")
+        self.assertEqual([line for line in output.splitlines() if "--help" not in line],
+                         ["emporium-simulator: not an object path: path", "emporium-simulator: not an interface: odd",
+                          "emporium-simulator: not a signal: not-a-name",
+                          "emporium-simulator: a value of the type mi cannot be sent on the bus"])
+
     def test_a_simulator_that_leaves_during_a_call_is_an_absent_one(self):
         output = self.script("""s WaitForClient & client=$!; k WaitForCall Restart 1 >/dev/null & d Restart x >/dev/null
             s ExitDuring Start; d Start x >/dev/null; wait $client; echo $?""")

@@ -108,6 +108,15 @@ class PrivateDirectories(SimulatorTest):
             self.assertEqual(run.returncode, 0, run.stderr)
             self.assertEqual(os.listdir(self.file("other")), [])
 
+    def test_without_a_directory_for_temporary_files_the_usual_one_is_used(self):
+        for environment in ({}, {"TMPDIR": ""}):
+            self.environment.pop("TMPDIR", None)
+            self.environment.update(environment)
+            run = self.simulator("--private-bus", "--", "sh", "-c", 'echo "$DBUS_SESSION_BUS_ADDRESS"')
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+            self.assertRegex(run.stdout, "^unix:path=/tmp/")
+            self.assertFalse(os.path.exists(os.path.dirname(run.stdout.split("=")[1].split(",")[0])))
+
     def test_without_a_command_the_shell_of_the_user_is_started(self):
         shell = self.file("shell", "#!/bin/sh\necho \"shell $# $DBUS_SESSION_BUS_ADDRESS\"\nexit 7\n")
         os.chmod(shell, 0o700)
