@@ -61,6 +61,11 @@ class Output(SimulatorTest):
         return subprocess.run(["bash", "-c", script, "bash", SIMULATOR, self.path], env=self.environment, timeout=300,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
 
+    def test_a_run_in_which_nothing_fails_prints_nothing(self):
+        run = self.simulator("--private-bus", "--", "bash", "-c", fixture.PRELUDE +
+                             "d GetAllProperties >/dev/null; d Start org.example.camera >/dev/null; k Reset >/dev/null")
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", ""))
+
     def test_a_failed_write_is_reported(self):
         for arguments in ("--help", "--version", "ctl --help"):
             for target in (">/dev/full", ">&-"):
