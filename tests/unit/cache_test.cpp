@@ -371,6 +371,21 @@ TEST_F(Cache, ADirectoryThatIsFilledWithoutEndIsLeftInPlaceWithAWarning)
     EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
 }
 
+TEST_F(Cache, ADanglingLinkThatIsAddedDuringTheRemovalLeavesTheDirectoryInPlace)
+{
+    Store("one", 10);
+    beforeRemoval = [](const char* path) {
+        fs::create_symlink("nowhere", fs::path(path).parent_path() / "dangling");
+    };
+    std::optional<DaemonConnection> connection;
+    const std::string log = OutputOf([&] { connection.emplace(); });
+    beforeRemoval = nullptr;
+    EXPECT_EQ(log.rfind("[W] Couldn't read cached completed operations (", 0), 0U) << log;
+    EXPECT_EQ(Contents(connection->GetCompletedOperations()), (Strings{"one 100"}));
+    EXPECT_EQ(Entries(), (Strings{"dangling"}));
+    EXPECT_EQ(Siblings(), (Strings{"completed-operations"}));
+}
+
 TEST_F(Cache, ADanglingLinkAbortsReadingAndTheDirectoryStays)
 {
     Store("good", 20);

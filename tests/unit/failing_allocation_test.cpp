@@ -118,6 +118,20 @@ TEST_F(WithoutMemory, AConnectionThatCannotBeConstructedIsNotCalledAndLosesNoOpe
     }
 }
 
+TEST_F(WithoutMemory, AConnectionThatIsConstructedHasWhatTheDaemonCompleted)
+{
+    for (std::size_t n = 0; someFailed; ++n) {
+        // The operations that the last connection stored.
+        std::filesystem::remove_all(cacheHome.Path() / "test.app");
+        OutputOf([&] {
+            std::optional<DaemonConnection> connection;
+            if (SucceedsWithFailureAt(n, [&] { connection.emplace(); })) {
+                EXPECT_EQ(UUIDs(*connection), (Strings{"from the daemon"})) << n;
+            }
+        });
+    }
+}
+
 TEST_F(WithoutMemory, WhatIsNotReadIsOneWarningAndStaysInTheCache)
 {
     {
