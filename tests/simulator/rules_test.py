@@ -162,7 +162,7 @@ class Versions(RulesTest):
 
     def test_a_prerelease_is_older_than_its_release(self):
         for older, newer in (("1.0-rc1", "1.0"), ("1.0-rc.9", "1.0-rc.10"), ("1.0-alpha", "1.0-beta"),
-                             ("1.0", "1.1-rc1"), ("1.0-rc", "1.0-rc.1")):
+                             ("1.0", "1.1-rc1"), ("1.0-rc", "1.0-rc.1"), ("1.0-rc.10", "1.0-rc.b")):
             with self.subTest(older + " < " + newer):
                 self.assertEqual(self.installed(older, newer), "accepted")
                 self.assertEqual(self.installed(newer, older), "DowngradeAttempt")
@@ -182,6 +182,16 @@ class Replays(RulesTest):
             while ! grep -q PackageRemoved "$MONITOR" && [ $SECONDS -lt $end ]; do
               d GetAllProperties >/dev/null; done; kill $watcher""", "--replay", path)
         self.assertEqual([name for name, _, _ in self.signals()], ["PackageRemoved"])
+
+    def test_an_operation_that_is_not_finished_is_active(self):
+        lines = [{"type": "snapshot", "time": "2026-01-01T00:00:00Z", "architecture": "arm",
+                  "version": "9", "packages": [], "active": [], "completed": []},
+                 {"type": "event", "offset_ms": 0, "event": "OperationStatusChanged",
+                  "operation": {"uuid": "u", "package": "p", "type": 0, "status": 50, "error": 0}}]
+        path = self.file("r", "".join(json.dumps(line) + "\n" for line in lines))
+        output = self.script("""watch_signals; d GetAllProperties >/dev/null
+            await "$MONITOR" OperationStatusChanged; d GetAllProperties; kill $watcher""", "--replay", path)
+        self.assertIn("'Operations': <[('u', 'p', 0, 50, 0)]>", output)
 
 
 class Scenarios(RulesTest):

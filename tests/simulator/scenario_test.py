@@ -211,6 +211,12 @@ class DamagedRecordings(SimulatorTest):
             run = self.check(content)
             self.assertEqual((run.returncode, run.stderr), (0, ""))
 
+    def test_bytes_that_are_no_text_are_refused(self):
+        for odd in (b"\0", b"\xff"):
+            run = self.check(json.dumps(SNAPSHOT).encode() + b"\n" + odd + b"\n")
+            self.assertEqual(run.returncode, 2)
+            self.assertIn("recording:2: not UTF-8 text", run.stderr)
+
     def test_an_incomplete_line_elsewhere_is_refused(self):
         for content in (json.dumps(SNAPSHOT)[:20], json.dumps(SNAPSHOT) + "\n{\n"):
             run = self.check(content)
@@ -235,6 +241,7 @@ class DamagedRecordings(SimulatorTest):
             "offset_ms is not a number of milliseconds": dict(REMOVAL, offset_ms="x"),
             "package.id is missing": dict(REMOVAL, package={}),
             "event is not the name of an event: Odd": dict(REMOVAL, event="Odd"),
+            "type is not \"event\"": dict(REMOVAL, type="odd"),
             "snapshot.packages is missing":
                 dict(REMOVAL, event="DaemonAppeared", snapshot={"architecture": "a", "version": "1"}),
         }

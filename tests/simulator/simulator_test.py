@@ -102,9 +102,12 @@ class Operations(SimulatorTest):
         self.script("""k AddPackage "('odd]\\n[','x','s','d',{'k':<1>})" false
             k AddPackage "('a.b','1','  s \\\\\\\\ \\n','d',{'k=[':<1>,'good':<('x\\n',)>})" false
             k AddCompletedOperation "('u','a.b',7,8,9)" false; k AddActiveOperation "('u','a.b',0,8,9)" false
-            k AddCompletedOperation "(']','a.b',0,100,0)" false""", "--state", state)
+            k AddCompletedOperation "(']','a.b',0,100,0)" false
+            k AddPackage "('odd]', '1', '', '', @a{sv} {})" false
+            k AddPackage "('c.d', '1', '', ' space ', @a{sv} {})" false""", "--state", state)
         output = self.script("d GetAllProperties", "--state", state)
         self.assertIn("('a.b', '1', '  s \\\\ \\n', 'd', {'good': <('x\\n',)>})", output)
+        self.assertIn("('c.d', '1', '', ' space ', {})", output)
         self.assertIn("'CompletedOperations': <[('u', 'a.b', 0, 101, 2)]>", output)
 
     def test_a_damaged_state_is_refused(self):
@@ -246,7 +249,7 @@ class Files(SimulatorTest):
 
     def test_a_damaged_catalogue_is_refused(self):
         package = "[Package a.b]\nVersion=1\n"
-        for content, line in (("text\n", 1), ("a=b\n", 1), ("\n[Odd]\n", 2), (package + "Odd=1\n", 3),
+        for content, line in (("text\n", 1), ("a=b\n", 1), ("[a[b]\n", 1), ("\n[Odd]\n", 2), (package + "Odd=1\n", 3),
                               ("[Package a.b]\n", 1), ("[Package a]\nVersion=1\n", 1),
                               ("[Package a.b]\nVersion=x\n", 2), (package + package, 3),
                               (package + "Data.X=[1,\n", 3),
@@ -257,6 +260,23 @@ class Files(SimulatorTest):
                               ("[Operation u]\nPackage=a\nType=install\nError=99999999999\n", 4)):
             with self.subTest(content):
                 self.refused("--catalogue", content, line)
+
+    def test_a_file_that_cannot_be_read_is_refused(self):
+        for path, status, reason in ((self.path, 2, "a directory"), ("/proc/self/mem", 1, "Input/output error")):
+            for option in ("--catalogue", "--scenario", "--replay"):
+                run = self.simulator(option, path, "--private-bus", "--", "true")
+                self.assertEqual((run.returncode, run.stderr), (status, f"emporium-simulator: {path}: {reason}\n"))
+
+    def test_a_package_file_with_an_unknown_key_is_refused_and_named(self):
+        path = self.file("p.pkg", "[Package]\nId=a.b\nVersion=1\nOdd=1\n")
+        run = self.simulator("--private-bus", "--", "bash", "-c", fixture.PRELUDE + f"d Install '{path}'; exit 0")
+        self.assertIn("Error.BadPackageFileFormat: ", run.stdout)
+        self.assertEqual(run.stderr, f"emporium-simulator: refused a package: {path}:4: unknown key Odd\n")
+
+    def test_a_state_directory_that_cannot_be_created_is_an_error(self):
+        run = self.simulator("--state", "/dev/null/x", "--private-bus", "--", "true")
+        self.assertEqual((run.returncode, run.stderr),
+                         (1, "emporium-simulator: cannot create the state directory /dev/null/x\n"))
 
     def test_a_scenario_has_the_verbs_of_the_bus(self):
         scenario = self.file("s", "# comment\nFailCall 'Start', 1, 'Internal', ''\nWait 0\n"
