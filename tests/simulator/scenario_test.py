@@ -211,6 +211,11 @@ class DamagedRecordings(SimulatorTest):
             run = self.check(content)
             self.assertEqual((run.returncode, run.stderr), (0, ""))
 
+    def test_a_later_speed_overrides_an_earlier_one(self):
+        run = self.simulator("--check", "--replay", self.file("recording", json.dumps(SNAPSHOT) + "\n"),
+                             "--speed", "2", "--speed", "3")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+
     def test_bytes_that_are_no_text_are_refused(self):
         for odd in (b"\0", b"\xff"):
             run = self.check(json.dumps(SNAPSHOT).encode() + b"\n" + odd + b"\n")
