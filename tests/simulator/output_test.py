@@ -66,6 +66,14 @@ class Output(SimulatorTest):
                              "d GetAllProperties >/dev/null; d Start org.example.camera >/dev/null; k Reset >/dev/null")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", ""))
 
+    def test_closed_standard_descriptors_are_occupied(self):
+        path = self.file("descriptors")
+        command = 'for n in 0 1 2; do readlink "/proc/$PPID/fd/$n"; done >"$1"'
+        run = self.shell(f'"$1" --private-bus -- sh -c {quote(command)} sh {quote(path)} <&- >&- 2>&-')
+        self.assertEqual(run.returncode, 0)
+        with open(path, encoding="utf-8") as file:
+            self.assertEqual(file.read(), "/dev/null\n/dev/null\n/dev/null\n")
+
     def test_a_failed_write_is_reported(self):
         for arguments in ("--help", "--version", "ctl --help"):
             for target in (">/dev/full", ">&-"):
