@@ -107,8 +107,8 @@ count() {
   passed=$((total - failed - skipped))
 }
 
-# print_reasons LOG: prints why each skipped test in a log of ctest was skipped. GoogleTest prints the reason on the line
-# after "Skipped", scripts print "skipped: REASON".
+# print_reasons LOG: prints why each skipped test in a log of ctest was skipped. GoogleTest prints the reason
+# on the line after "Skipped", scripts print "skipped: REASON".
 print_reasons() {
   awk '/^[0-9]+\/[0-9]+ Testing: / { test = $3 }
     sub(/^skipped: /, "") { print "skipped: " test ": " $0 }
