@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "bus/bus_fixture.h"
 #include "bus/follower.h"
 #include "bus/idle_loop.h"
+#include "faults/bus_fixture.h"
 
 #include <chrono>
 #include <functional>

@@ -2,7 +2,7 @@
 //
 // An application that has pushed a main context of its own as the default one of its thread.
 
-#include "bus/bus_fixture.h"
+#include "faults/bus_fixture.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 //
 // An application on a real bus whose `operator new` fails at the n-th call, for every n.
 
-#include "bus/bus_fixture.h"
+#include "faults/bus_fixture.h"
 
 #include "testing/child_process.h"
 
