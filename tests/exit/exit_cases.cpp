@@ -138,7 +138,9 @@ void Main(const std::string& name)
         oldest = Subscribe(*oldConnection, [](const Package&) {});
     } else if (name == "an own connection without a subscription") {
         oldConnection.emplace();
-    } else if (name == "exit on another thread") {
+    } else if (name == "a handle of an ID without a connection") {
+        oldest = EventSubscription(1);
+    } else if (name == "a thread that connects and exits") {
         std::thread([] {
             oldConnection.emplace();
             oldest = Subscribe(*oldConnection, [](const Package&) {});

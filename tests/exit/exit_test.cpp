@@ -159,9 +159,18 @@ TEST_F(Exit, WithAnOwnConnectionWithoutASubscriptionCreatesNoSharedOne)
     EXPECT_EQ(output, "end of main\n");
 }
 
-TEST_F(Exit, OnAnotherThreadCreatesNoConnection)
+TEST_F(Exit, WithAHandleOfAnIDCreatesNoConnection)
 {
-    Begin("exit on another thread");
+    Begin("a handle of an ID without a connection");
+    ExpectCleanEnd();
+    EXPECT_EQ(output, "end of main\n");
+    EXPECT_EQ(simulator.Calls(Method::GetAllProperties).count, 0U);
+    EXPECT_FALSE(std::filesystem::exists(CacheDirectory()));
+}
+
+TEST_F(Exit, OnTheThreadOfTheConnectionCreatesNoOther)
+{
+    Begin("a thread that connects and exits");
     ExpectOneConnectionAndItsCache();
     EXPECT_EQ(output, "");
 }

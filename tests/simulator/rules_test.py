@@ -134,6 +134,15 @@ class Queue(RulesTest):
         self.assertIn("org.example.gallery", output)
         self.assertIn("'Operations': <@a(ssiii) []>", output)
 
+    def test_reset_forgets_the_statuses_that_were_reached(self):
+        scenario = self.file("scenario", "WaitForStatus 'org.example.camera', 100\nReset\nEmitSignal 'Restored', '()', 1\n"
+                                         "WaitForStatus 'org.example.camera', 100\nEmitSignal 'Done', '()', 1\n")
+        self.script("""watch_signals; d Remove org.example.camera; await "$MONITOR" member=Restored
+            d Remove org.example.camera; await "$MONITOR" member=Done; kill $watcher""",
+                    "--steps", "0", "--scenario", scenario)
+        seen = re.findall(r"member=(PackageRemoved|Restored|Done)$", self.monitor(), flags=re.M)
+        self.assertEqual(seen, ["PackageRemoved", "Restored", "PackageRemoved", "Done"])
+
     def test_reset_forgets_a_failure_to_come(self):
         self.script("""watch_signals; k FailOperation '' 28; k Reset; d Remove org.example.camera
             await "$MONITOR" 'int32 10[01]'; kill $watcher""", "--steps", "0")
@@ -149,6 +158,30 @@ class Names(RulesTest):
             d GetAllProperties""").splitlines()
         self.assertEqual(output[:4], ["()"] * 4)
         self.assertIn("ServiceUnknown", output[4])
+
+
+    def test_a_name_that_another_program_took_meanwhile_cannot_be_reclaimed(self):
+        # The program is in the queue for the name, and owns it from the moment the simulator releases it.
+        program = self.file("owner.py", """
+import gi
+gi.require_version("Gio", "2.0")
+from gi.repository import Gio, GLib
+bus = Gio.bus_get_sync(Gio.BusType.SESSION)
+bus.call_sync("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "RequestName",
+              GLib.Variant("(su)", ("org.velmora.Emporium", 0)), None, 0, -1)
+print("queued", flush=True)
+GLib.MainLoop().run()
+""")
+        text = f"""/usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!; await "$MONITOR" queued
+            k Vanish 1; await {quote(self.file("errors"))} reclaim; kill $owner"""
+        with open(self.file("errors"), "w+", encoding="utf-8") as errors:
+            run = subprocess.run([SIMULATOR, "--private-bus", "--", "bash", "-c", fixture.PRELUDE + text],
+                                 env=self.environment, timeout=300, stdout=subprocess.PIPE, stderr=errors,
+                                 check=False, preexec_fn=die_with_parent)
+            errors.seek(0)
+            self.assertEqual((run.returncode, errors.read()),
+                             (0, "emporium-simulator: cannot reclaim the bus name: "
+                                 "another program owns the bus name org.velmora.Emporium\n"))
 
 
 class Versions(RulesTest):
