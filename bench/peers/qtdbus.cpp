@@ -127,6 +127,16 @@ private:
     Receiver m_receiver;
 };
 
+/// Reads a structure with these fields.
+template <typename... Fields>
+const QDBusArgument& ReadStructure(const QDBusArgument& argument, Fields&... fields)
+{
+    argument.beginStructure();
+    const QDBusArgument& rest = (argument >> ... >> fields);
+    rest.endStructure();
+    return rest;
+}
+
 } // namespace
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, Emporium::Package& package)
@@ -136,12 +146,11 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, Emporium::Package
     QString subgroup;
     QString certificate;
     QVariantMap dictionary;
-    argument.beginStructure();
-    argument >> id >> version >> subgroup >> certificate >> dictionary;
-    argument.endStructure();
+    const QDBusArgument& rest =
+        ReadStructure(argument, id, version, subgroup, certificate, dictionary);
     package = Emporium::Package(id.toStdString(), version.toStdString(), subgroup.toStdString(),
                                 certificate.toStdString(), {});
-    return argument;
+    return rest;
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const Emporium::Package& package)
@@ -162,13 +171,11 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, Emporium::Operati
     int type = 0;
     int status = 0;
     int error = 0;
-    argument.beginStructure();
-    argument >> uuid >> package >> type >> status >> error;
-    argument.endStructure();
+    const QDBusArgument& rest = ReadStructure(argument, uuid, package, type, status, error);
     operation = Emporium::Operation(
         uuid.toStdString(), package.toStdString(), static_cast<Common::OperationType>(type),
         static_cast<Common::OperationStatus>(status), static_cast<Common::ErrorCode>(error));
-    return argument;
+    return rest;
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const Emporium::Operation& operation)
