@@ -135,8 +135,9 @@ class Queue(RulesTest):
         self.assertIn("'Operations': <@a(ssiii) []>", output)
 
     def test_reset_forgets_the_statuses_that_were_reached(self):
-        scenario = self.file("scenario", "WaitForStatus 'org.example.camera', 100\nReset\nEmitSignal 'Restored', '()', 1\n"
-                                         "WaitForStatus 'org.example.camera', 100\nEmitSignal 'Done', '()', 1\n")
+        removed = "WaitForStatus 'org.example.camera', 100\n"
+        scenario = self.file("scenario", removed + "Reset\nEmitSignal 'Restored', '()', 1\n" +
+                             removed + "EmitSignal 'Done', '()', 1\n")
         self.script("""watch_signals; d Remove org.example.camera; await "$MONITOR" member=Restored
             d Remove org.example.camera; await "$MONITOR" member=Done; kill $watcher""",
                     "--steps", "0", "--scenario", scenario)
