@@ -173,7 +173,7 @@ bus.call_sync("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "RequestName"
 print("queued", flush=True)
 GLib.MainLoop().run()
 """)
-        text = f"""/usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!; await "$MONITOR" queued
+        text = f""": >"$MONITOR"; /usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!; await "$MONITOR" queued
             k Vanish 1; await {quote(self.file("errors"))} reclaim; kill $owner"""
         with open(self.file("errors"), "w+", encoding="utf-8") as errors:
             run = subprocess.run([SIMULATOR, "--private-bus", "--", "bash", "-c", fixture.PRELUDE + text],
