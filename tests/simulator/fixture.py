@@ -28,6 +28,10 @@ await() { end=$((SECONDS + 240)); until grep -q -- "$2" "$1"; do
 watch_signals() { dbus-monitor --session "interface='org.velmora.Emporium',type='signal'" >"$MONITOR" 2>&1 &
   watcher=$!; while sleep 0.02; do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
   grep -q 'member=Ready' "$MONITOR" && return 0; done; }
+# Writes every message on the bus to the file $MONITOR; returns once it receives them.
+watch_messages() { dbus-monitor --session >"$MONITOR" 2>&1 & watcher=$!
+  for i in $(seq 10000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
+  grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; echo "no messages"; exit 9; }
 """
 
 

@@ -51,8 +51,8 @@ class ControlCommand(SimulatorTest):
                           "emporium-simulator: a value of the type mi cannot be sent on the bus"])
 
     def test_a_simulator_that_leaves_during_a_call_is_an_absent_one(self):
-        output = self.script("""s WaitForClient & client=$!; k WaitForCall Restart 1 >/dev/null & d Restart x >/dev/null
-            s ExitDuring Start; d Start x >/dev/null; wait $client; echo $?""")
+        output = self.script("""watch_messages; s WaitForClient & client=$!; await "$MONITOR" member=WaitForClient
+            s ExitDuring Start; d Start x >/dev/null; wait $client; echo $?; kill $watcher""")
         self.assertEqual(output, "emporium-simulator: the simulator has left the bus\n3\n")
 
 

@@ -11,10 +11,6 @@ import fixture
 from fixture import SIMULATOR, SimulatorTest, die_with_parent
 
 HELPERS = """
-# Writes every message on the bus to the file $MONITOR; returns once it receives them.
-watch_messages() { dbus-monitor --session >"$MONITOR" 2>&1 & watcher=$!
-  for i in $(seq 10000); do k EmitSignalFrom / org.velmora.Emporium Ready '()' 1 >/dev/null
-  grep -q 'member=Ready' "$MONITOR" && return 0; sleep 0.02; done; echo "no messages"; exit 9; }
 # Waits until $MONITOR contains the text that many times.
 await_count() { for i in $(seq 10000); do [ "$(grep -c -- "$2" "$MONITOR")" -ge "$1" ] && return 0
   sleep 0.02; done; echo "no $2"; exit 9; }
@@ -173,8 +169,8 @@ bus.call_sync("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "RequestName"
 print("queued", flush=True)
 GLib.MainLoop().run()
 """)
-        text = f""": >"$MONITOR"; /usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!; await "$MONITOR" queued
-            k Vanish 1; await {quote(self.file("errors"))} reclaim; kill $owner"""
+        text = f""": >"$MONITOR"; /usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!
+            await "$MONITOR" queued; k Vanish 1; await {quote(self.file("errors"))} reclaim; kill $owner"""
         with open(self.file("errors"), "w+", encoding="utf-8") as errors:
             run = subprocess.run([SIMULATOR, "--private-bus", "--", "bash", "-c", fixture.PRELUDE + text],
                                  env=self.environment, timeout=300, stdout=subprocess.PIPE, stderr=errors,
