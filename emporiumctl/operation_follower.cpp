@@ -5,6 +5,8 @@
 #include <exception>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace EmporiumCtl {
 
@@ -145,7 +147,7 @@ void OperationFollower::Attach(const std::vector<std::string>& uuids)
         task.target = uuid;
         task.uuid = uuid;
         task.state = Task::State::Active;
-        LookUp(task, snapshot);
+        Continue(task, snapshot.Find(uuid));
     }
 }
 
@@ -299,17 +301,24 @@ void OperationFollower::LookUp()
         }
         return;
     }
+    const auto& snapshot = std::get<Snapshot>(loaded);
+    // Found for all tasks before any of them changes, because lost calls may be rivals for an operation.
+    std::vector<std::pair<Task*, const Operation*>> found;
     for (Task& task : m_tasks) {
         if (task.Awaited()) {
-            LookUp(task, std::get<Snapshot>(loaded));
+            const bool lost = task.state == Task::State::Lost;
+            found.emplace_back(&task, lost ? FindLost(task, snapshot) : snapshot.Find(task.uuid));
         }
+    }
+    for (const auto& [task, operation] : found) {
+        Continue(*task, operation);
     }
 }
 
-void OperationFollower::LookUp(Task& task, const Snapshot& snapshot)
+/// Continues with what a snapshot has of the operation; with none if it does not have it.
+void OperationFollower::Continue(Task& task, const Operation* operation)
 {
     const bool lost = task.state == Task::State::Lost;
-    const Operation* const operation = lost ? FindLost(task, snapshot) : snapshot.Find(task.uuid);
     if (operation == nullptr) {
         SetNotKnown(task,
                     lost ? "the daemon has not replied" : "the daemon does not know the operation");

@@ -56,7 +56,7 @@ private:
 
     /// Looks all awaited operations up in the daemon's present state.
     void LookUp();
-    void LookUp(Task& task, const Snapshot& snapshot);
+    void Continue(Task& task, const Emporium::Operation* operation);
     const Emporium::Operation* FindLost(const Task& task, const Snapshot& snapshot) const;
 
     bool AwaitsAny() const;

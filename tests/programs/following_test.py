@@ -113,6 +113,35 @@ class WaitingTest(WaitingBase):
         self.end_operation(uuid)
         self.ends(program, 0)
 
+    def test_without_waiting_the_operation_of_a_call_without_a_reply_is_found_too(self):
+        self.start_daemon()
+        self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
+        self.tell("DelayReply", "Remove", 100000)
+        self.assertRegex(self.succeeds("remove", NOTES, "--no-wait"), UUID)
+
+    def test_an_operation_of_another_kind_is_not_that_of_a_call_without_a_reply(self):
+        self.start_daemon()
+        self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
+        self.tell("DelayReply", "Remove", 100000)
+        self.tell("FailCall", "Remove", 1, "FileConflict", "")
+        program = self.start("remove", NOTES)
+        self.until_called("Remove")
+        self.tell("AddActiveOperation", f"('u', '{NOTES}', 0, 40, 0)", "false")
+        self.ends(program, 4)
+        self.assertIn(f"{NOTES}: the outcome is not known: the daemon has not replied", program.errors())
+
+    def test_an_operation_that_one_of_two_calls_without_a_reply_created_is_followed_for_neither(self):
+        self.start_daemon()
+        self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
+        self.tell("DelayReply", "Install", 100000)
+        for number in (1, 2):
+            self.tell("FailCall", "Install", number, "FileConflict", "")
+        program = self.start("install", self.package("a.pkg"), self.package("b.pkg"))
+        self.until_called("Install", 2)
+        self.tell("AddActiveOperation", "('u', 'org.example.new', 0, 40, 0)", "false")
+        self.ends(program, 4)
+        self.assertEqual(program.errors().count("the outcome is not known: the daemon has not replied"), 2)
+
     def test_the_outcome_of_a_call_without_a_reply_is_not_known_otherwise(self):
         self.start_daemon()
         self.environment["SYSTEMD_BUS_TIMEOUT"] = "1"
@@ -285,6 +314,21 @@ class EventsTest(ProgramTest):
         ids = [package["id"] for package in appeared["snapshot"]["packages"]]
         self.assertIn("com.sample.weather", ids)
         self.assertNotIn(NOTES, ids)
+
+    def test_watch_tells_why_a_daemon_that_appears_cannot_be_read(self):
+        self.start_daemon()
+        program = self.start("watch", "--json")
+        self.until_called("GetAllProperties")
+        self.tell("Vanish", 0)
+        program.until_output("DaemonVanished.*\n")
+        self.tell("SetProperty", "Operations", "<5>")
+        self.tell("Return")
+        program.until_output("DaemonAppeared.*\n")
+        program.signal(signal.SIGINT)
+        self.ends(program, 0)
+        appeared = json.loads(program.output().splitlines()[1])
+        self.assertEqual(set(appeared), {"event", "error"})
+        self.assertIn("the answer of the application-store daemon cannot be used", appeared["error"]["message"])
 
     def test_a_recording_has_the_snapshot_of_a_daemon_that_returns(self):
         self.start_daemon()
