@@ -157,7 +157,8 @@ class Names(RulesTest):
         self.assertIn("ServiceUnknown", output[4])
 
 
-    def test_a_name_that_another_program_took_meanwhile_cannot_be_reclaimed(self):
+    def errors_while_the_name_is_taken(self, text, *options):
+        """The messages of a simulator until one of them says that another program owns the name."""
         # The program is in the queue for the name, and owns it from the moment the simulator releases it.
         program = self.file("owner.py", """
 import gi
@@ -170,15 +171,27 @@ print("queued", flush=True)
 GLib.MainLoop().run()
 """)
         text = f""": >"$MONITOR"; /usr/bin/python3 {quote(program)} >"$MONITOR" & owner=$!
-            await "$MONITOR" queued; k Vanish 1; await {quote(self.file("errors"))} reclaim; kill $owner"""
+            await "$MONITOR" queued; {text}; await {quote(self.file("errors"))} owns; kill $owner"""
         with open(self.file("errors"), "w+", encoding="utf-8") as errors:
-            run = subprocess.run([SIMULATOR, "--private-bus", "--", "bash", "-c", fixture.PRELUDE + text],
+            run = subprocess.run([SIMULATOR, *options, "--private-bus", "--", "bash", "-c", fixture.PRELUDE + text],
                                  env=self.environment, timeout=300, stdout=subprocess.PIPE, stderr=errors,
                                  check=False, preexec_fn=die_with_parent)
             errors.seek(0)
-            self.assertEqual((run.returncode, errors.read()),
-                             (0, "emporium-simulator: cannot reclaim the bus name: "
-                                 "another program owns the bus name org.velmora.Emporium\n"))
+            self.assertEqual(run.returncode, 0)
+            return errors.read()
+
+    def test_a_name_that_another_program_took_meanwhile_cannot_be_reclaimed(self):
+        self.assertEqual(self.errors_while_the_name_is_taken("k Vanish 1"),
+                         "emporium-simulator: cannot reclaim the bus name: "
+                         "another program owns the bus name org.velmora.Emporium\n")
+
+    def test_a_replay_continues_without_a_name_that_another_program_took(self):
+        empty = {"packages": [], "active": [], "completed": [], "architecture": "a", "version": "1"}
+        lines = [dict(empty, type="snapshot"), {"type": "event", "offset_ms": 0, "event": "DaemonVanished"},
+                 {"type": "event", "offset_ms": 0, "event": "DaemonAppeared", "snapshot": empty}]
+        recording = self.file("recording", "".join(json.dumps(line) + "\n" for line in lines))
+        self.assertEqual(self.errors_while_the_name_is_taken("k StartReplay", "--replay", recording, "--paused"),
+                         "emporium-simulator: another program owns the bus name org.velmora.Emporium\n")
 
 
 class Versions(RulesTest):
