@@ -75,15 +75,6 @@ void BusConnection::Release(const char* name)
 
 void BusConnection::Emit(const SignalAddress& address, const Variant& body, unsigned count)
 {
-    if (g_variant_is_object_path(address.path.c_str()) == FALSE) {
-        throw BusError::InvalidArguments("not an object path: " + address.path);
-    }
-    if (g_dbus_is_interface_name(address.interface.c_str()) == FALSE) {
-        throw BusError::InvalidArguments("not an interface: " + address.interface);
-    }
-    if (g_dbus_is_member_name(address.name.c_str()) == FALSE) {
-        throw BusError::InvalidArguments("not a signal: " + address.name);
-    }
     for (unsigned i = 0; i < count; ++i) {
         Trace::Print("signal", address.name, body.Get());
         ErrorSlot error;

@@ -43,7 +43,8 @@ public:
     /// @throws std::runtime_error when another program owns the name
     void Own(const char* name);
     void Release(const char* name);
-    /// @throws BusError when the address or the body cannot be sent
+    /// Emits a signal with a valid address.
+    /// @throws BusError when the body cannot be sent
     void Emit(const SignalAddress& address, const Variant& body, unsigned count = 1);
     /// Flushes outgoing messages and disconnects.
     void Close();
