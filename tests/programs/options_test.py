@@ -173,6 +173,19 @@ class QuietTest(ProgramTest):
         self.assertIn("emporiumctl: remove com.sample.weather: failed (FileConflict", run.stderr)
         self.assertIn("emporiumctl: unknown: PackageNotExist", run.stderr)
 
+    def test_info_shows_each_field(self):
+        self.start_daemon()
+        self.tell("AddPackage", "('a.b', '1.2', 'group', 'certificate', @a{sv} {})", "false")
+        self.assertEqual(self.succeeds("info", "a.b"),
+                         "ID:        a.b\nVersion:   1.2\nDeveloper: certificate\nSubgroup:  group\n")
+
+    def test_an_argument_that_ends_like_an_option_with_a_value_stays_whole(self):
+        self.start_daemon()
+        run = self.ctl("info", "package=")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.tell("AddPackage", "('package=', '1', 's', 'c', @a{sv} {})", "false")
+        self.assertIn("ID:        package=\n", self.succeeds("info", "package="))
+
     def test_quiet_json_has_no_progress(self):
         self.start_daemon()
         lines = self.succeeds("remove", "--quiet", "--json", NOTES).splitlines()

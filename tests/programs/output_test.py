@@ -35,6 +35,8 @@ class WritingTest(ProgramTest):
 
     def test_closed_descriptors_redirect_nothing_into_another_one(self):
         self.start_daemon()
+        run = self.ctl("list", stdout=None, preexec_fn=closing(0, 1))
+        self.assertEqual(run.returncode, 1, run.stderr)
         run = self.ctl("list", stderr=None, preexec_fn=closing(2))
         self.assertEqual(run.returncode, 0)
         self.assertEqual(len(run.stdout.splitlines()), 7)

@@ -22,6 +22,25 @@ def columns_of(text):
                2 if unicodedata.east_asian_width(letter) in "WF" else 1 for letter in text)
 
 
+def screen_after(text):
+    """The lines that a terminal shows after what a program has written, without colours."""
+    lines, row = [""], 0
+    for piece in re.findall("\033\\[[0-9]*[A-Za-z]|[\r\n]|[^\033\r\n]+", without_colours(text)):
+        if piece == "\n":
+            row += 1
+            lines += [""] * (row == len(lines))
+        elif piece[0] == "\033" and piece[-1] == "A":
+            row -= int(piece[2:-1])
+        elif piece == "\033[K":
+            lines[row] = ""
+        elif piece == "\033[J":
+            lines[row:] = [""]
+        elif piece != "\r":
+            # The cursor is at the beginning of the line: every other piece is a whole line.
+            lines[row] = piece
+    return lines
+
+
 def without_colours(text):
     return re.sub("\033\\[[0-9]*m", "", text)
 
@@ -130,6 +149,7 @@ class TerminalTest(OnTerminal):
             self.assertEqual(len(lines), 8)
             for line in lines:
                 self.assertLessEqual(columns_of(line), width, line)
+            self.assertEqual(columns_of(lines[0]), width, "the table is no narrower than the terminal")
             self.assertIn("\u2026", text)
         lines = self.run_on_terminal("list", columns=200)[1].splitlines()
         starts = {columns_of(line[:re.search(r"\S+\s+", line).end()]) for line in lines}
@@ -162,6 +182,10 @@ class TerminalTest(OnTerminal):
             _, text = self.run_on_terminal("remove", NOTES if term else WEATHER)
             self.assertNotIn("\033", text)
             self.assertRegex(text, "remove com.sample.[a-z]*: 10\n")
+
+    def test_quiet_prints_nothing_on_a_terminal_either(self):
+        self.start_daemon()
+        self.assertEqual(self.run_on_terminal("remove", "--quiet", NOTES), (0, ""))
 
     def test_two_hundred_operations_cost_kilobytes(self):
         self.start_daemon("--packages", "200")
@@ -200,6 +224,31 @@ class LiveTest(OnTerminal):
         terminal.until_text(f"remove {NOTES}: succeeded\033\\[0m\n[0-9]+ s  remove {WEATHER}")
         self.end_operations(WEATHER)
         self.assertEqual(terminal.end()[0], 0)
+
+    def test_each_operation_is_on_the_screen_once(self):
+        self.start_daemon()
+        terminal = Terminal(self, ["remove", NOTES, WEATHER])
+
+        def shown():
+            """The lines with an elapsed time, without it."""
+            lines = [re.fullmatch("[0-9]+ s  (.*)", line) for line in screen_after(terminal.text())]
+            return [line[1] for line in lines if line]
+        terminal.until_text(f"[1-9][0-9]* s  remove {WEATHER}")
+        until(lambda: shown() == [f"remove {NOTES}", f"remove {WEATHER}"], "both operations")
+        self.end_operations(NOTES)
+        until(lambda: shown() == [f"remove {NOTES}: succeeded", f"remove {WEATHER}"], "one of each")
+        self.end_operations(WEATHER)
+        self.assertEqual(terminal.end()[0], 0)
+        self.assertEqual(shown(), [f"remove {NOTES}: succeeded", f"remove {WEATHER}: succeeded"])
+
+    def test_a_refusal_is_printed_while_others_run(self):
+        self.start_daemon()
+        terminal = Terminal(self, ["remove", "missing.pkg", NOTES])
+        terminal.until_text(f"0 s  remove {NOTES}")
+        self.end_operations(NOTES)
+        self.assertEqual(terminal.end()[0], 1)
+        self.assertEqual(terminal.program.errors(),
+                         "emporiumctl: missing.pkg: PackageNotExist: The package does not exist\n")
 
     def test_what_runs_fits_the_window(self):
         self.start_daemon("--packages", "30")

@@ -203,6 +203,29 @@ class ProcessesOfABus(SimulatorTest):
         os.remove(self.file("emporium-bus-a1b2c4"))
         os.rmdir(self.file("emporium-bus-longer-name"))
 
+    def test_a_lost_bus_is_reported_and_the_command_continues(self):
+        with open(self.file("errors"), "w+", encoding="utf-8") as errors:
+            process = self.start([sys.executable, "-c", REPORTER], stderr=errors)
+            command = int(process.stdout.readline().split()[0])
+            bus = next(child for child in children(process.pid) if child != command)
+            os.kill(bus, signal.SIGKILL)
+            wait_until(lambda: os.path.getsize(self.file("errors")), "a message")
+            process.stdin.close()
+            self.assertEqual(process.wait(DEADLINE), 0)
+            errors.seek(0)
+            self.assertEqual(errors.read(), "emporium-simulator: the bus is lost\n")
+
+    def test_a_lost_bus_ends_a_simulator_without_a_command(self):
+        with subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address=1"], env=self.environment,
+                              stdout=subprocess.PIPE, text=True, preexec_fn=die_with_parent) as bus:
+            self.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
+            with subprocess.Popen([SIMULATOR], env=self.environment, stdout=subprocess.PIPE, text=True,
+                                  stderr=subprocess.PIPE, preexec_fn=die_with_parent) as simulator:
+                self.assertEqual(simulator.stdout.readline(), "ready\n")
+                bus.kill()
+                self.assertEqual(simulator.wait(DEADLINE), 1)
+                self.assertEqual(simulator.stderr.read(), "emporium-simulator: the bus is lost\n")
+
     def test_the_bus_has_its_own_process_group(self):
         process = self.start([sys.executable, "-c", REPORTER])
         command = int(process.stdout.readline().split()[0])
