@@ -333,20 +333,24 @@ class RecordingTest(ProgramTest):
     def test_offsets_are_milliseconds(self):
         self.start_daemon()
         path = self.file("recording")
-        program = self.start("record", path)
         begin = time.monotonic()
+        program = self.start("record", path)
         until(lambda: self.content(path))
-        for _ in range(3):
-            self.emit("PackageInstalled", "(('a', '1', 's', 'c', @a{sv} {}),)")
+        self.emit("PackageInstalled", "(('a', '1', 's', 'c', @a{sv} {}),)")
+        until(lambda: len(self.recording(path)) == 2)
+        first = time.monotonic()
+        time.sleep(0.05)
+        second = time.monotonic()
+        self.emit("PackageInstalled", "(('a', '1', 's', 'c', @a{sv} {}),)", 2)
         until(lambda: len(self.recording(path)) == 4)
-        elapsed = (time.monotonic() - begin) * 1000
+        end = time.monotonic()
         program.signal(signal.SIGINT)
         self.ends(program, 0)
         offsets = [line["offset_ms"] for line in self.recording(path)[1:]]
         self.assertEqual(offsets, sorted(offsets))
-        # Each event takes the start of a process: more than a millisecond, and less than all of them.
-        self.assertGreater(offsets[-1] - offsets[0], 1)
-        self.assertLess(offsets[-1], elapsed)
+        # However long each step takes, the events were sent before the first time and after the second.
+        self.assertGreater(offsets[1] - offsets[0], (second - first) * 1000 - 1)
+        self.assertLess(offsets[-1], (end - begin) * 1000)
 
     def test_a_file_is_replaced_by_force_only(self):
         self.start_daemon()
