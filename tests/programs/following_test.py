@@ -328,7 +328,8 @@ class EventsTest(ProgramTest):
         self.ends(program, 0)
         appeared = json.loads(program.output().splitlines()[1])
         self.assertEqual(set(appeared), {"event", "error"})
-        self.assertIn("the answer of the application-store daemon cannot be used", appeared["error"]["message"])
+        self.assertIn("the answer of the application-store daemon cannot be used",
+                      appeared["error"]["message"])
 
     def test_a_recording_has_the_snapshot_of_a_daemon_that_returns(self):
         self.start_daemon()
