@@ -82,7 +82,7 @@ TEST_P(ABus, KilledDuringACallAndStartedAgainIsNotReconnected)
 TEST_P(ABus, SuspendedDuringACallDelaysTheResult)
 {
     Connect();
-    DelayReply(GetParam().method, 50);
+    simulator->DelayReply(GetParam().method, std::chrono::milliseconds(50));
     const auto pause = WhenReceived(GetParam().method, [&] {
         bus.Suspend();
         bus.Resume();
@@ -149,7 +149,7 @@ TEST_F(ABusWhileNothingIsCalled, IsSuspendedAndItsLaterSignalsAreDelivered)
 TEST_F(ABusWhileNothingIsCalled, IsKilledAndTheSignalsThatItSentBeforeAreDelivered)
 {
     Connect();
-    simulator->Emit("PackageInstalled", "(('marker', '1', '', '', @a{sv} {}),)", 50);
+    SendMarker(50);
     Peer(bus.Address()).Settle();
     bus.Kill();
     OutputOf([] { ExpectIdle(); });

@@ -93,11 +93,9 @@ protected:
     {
         const std::string filling(4000, 'x');
         for (int number = 0; number < installed; ++number) {
-            const std::string id = std::to_string(number);
-            simulator->Tell("AddPackage", "((ssssa{sv})b)", id.c_str(), "1", filling.c_str(), "",
-                            nullptr, TRUE);
+            simulator->AddPackage({std::to_string(number), "1", filling});
         }
-        EXPECT_TRUE(simulator->NameHasOwner(Contract::busName)); // the bus has sent what it sends
+        Peer(bus.Address()).Settle(); // the bus has sent what it sends
     }
 
     /// The bus drops also the changes of the daemon's owner.

@@ -10,7 +10,8 @@ namespace {
 using namespace Emporium;
 using namespace TestSupport;
 
-class ADaemonOfByteOrder : public BusTest, public testing::WithParamInterface<GDBusMessageByteOrder>
+class ADaemonOfByteOrder : public SessionTest,
+                           public testing::WithParamInterface<GDBusMessageByteOrder>
 {
 };
 

@@ -75,7 +75,7 @@ TEST_P(ADaemon, RestartedDuringACallFailsItAndTheNextCallSucceeds)
 TEST_P(ADaemon, SuspendedDuringACallDelaysTheResult)
 {
     Connect();
-    DelayReply(GetParam().method, 50);
+    simulator->DelayReply(GetParam().method, std::chrono::milliseconds(50));
     const auto pause = WhenReceived(GetParam().method, [&] {
         simulator->Suspend();
         simulator->Resume();
@@ -96,7 +96,7 @@ protected:
 TEST_P(ASuspendedDaemon, FailsTheCallAtTheTimeOutAndAnswersLaterOnesWhenItResumes)
 {
     Connect();
-    const unsigned before = simulator->Calls(GetParam().method).first;
+    const unsigned before = simulator->Calls(GetParam().method).count;
     simulator->Suspend();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Call(), GetParam().Expired());
@@ -109,7 +109,7 @@ TEST_P(ASuspendedDaemon, FailsTheCallAtTheTimeOutAndAnswersLaterOnesWhenItResume
         outcome = Call(); // the machine is busy
     }
     EXPECT_EQ(outcome, "");
-    EXPECT_GE(simulator->Calls(GetParam().method).first, before + 2)
+    EXPECT_GE(simulator->Calls(GetParam().method).count, before + 2)
         << "the daemon still receives the request that expired";
     ExpectFollowed();
     ExpectCleanEnd();
@@ -150,7 +150,7 @@ class ALateReply : public WithAShortTimeOut
 TEST_F(ALateReply, AnswersNoLaterCallAndTheSignalsOfItsOperationAreDelivered)
 {
     Connect();
-    simulator->Tell("Reset", "()"); // so that the daemon performs what it receives
+    simulator->Reset(); // so that the daemon performs what it receives
     simulator->Suspend();
     const Outcome expired =
         Create(*connection, Common::OperationType::Remove, "", "com.sample.notes");

@@ -80,11 +80,11 @@ TEST_F(WithoutFreeDescriptors, AConnectionIsInvalidWhichIsLoggedAndOneWithEnough
 TEST_F(WithoutFreeDescriptors, CallsAndSignalsAreNotDisturbed)
 {
     Connect();
-    simulator->Emit("PackageInstalled", "(('marker', '1', '', '', @a{sv} {}),)");
+    SendMarker();
     {
         const DescriptorLimit limit(0);
         for (const DaemonCall& call : EveryCall()) {
-            if (call.method != Contract::Method::getAllProperties) {
+            if (call.method != Method::GetAllProperties) {
                 EXPECT_EQ(call.make(*connection), "") << call;
             }
         }

@@ -3,7 +3,8 @@
 
 #include "bus/follower.h"
 #include "bus/idle_loop.h"
-#include "faults/bus_fixture.h"
+#include "bus/peer.h"
+#include "bus/session_test.h"
 
 #include <chrono>
 #include <functional>
@@ -13,6 +14,28 @@
 
 namespace TestSupport {
 
+using Emporium::Testing::Method;
+using Emporium::Testing::OperationRecord;
+
+/// The name of the method on the bus.
+inline std::string MethodName(Method method)
+{
+    namespace Names = Emporium::Contract::Method;
+    switch (method) {
+    case Method::GetAllProperties:
+        return Names::getAllProperties;
+    case Method::Install:
+        return Names::install;
+    case Method::Remove:
+        return Names::remove;
+    case Method::Start:
+        return Names::start;
+    case Method::Restart:
+        return Names::restart;
+    }
+    throw std::invalid_argument("no method of the daemon");
+}
+
 /// The message of the error, or an empty text after a success.
 using Outcome = std::string;
 
@@ -20,15 +43,14 @@ using Outcome = std::string;
 struct DaemonCall
 {
     const char* name;
-    const char* method;
+    Method method;
     std::function<Outcome(const Emporium::DaemonConnection&)> make;
 
     /// The exact outcome of a call that failed with this error of the bus.
     Outcome Failure(const std::string& error, const std::string& message) const
     {
-        const bool returnsNothing = method == Emporium::Contract::Method::start ||
-                                    method == Emporium::Contract::Method::restart;
-        return std::string("Couldn't call org.velmora.Emporium.") + method + " dbus method (" +
+        const bool returnsNothing = method == Method::Start || method == Method::Restart;
+        return "Couldn't call org.velmora.Emporium." + MethodName(method) + " dbus method (" +
                (returnsNothing ? message : "[" + error + "] " + message) + ")";
     }
 
@@ -77,29 +99,28 @@ inline Outcome Create(const Emporium::DaemonConnection& connection, Common::Oper
 
 inline std::vector<DaemonCall> EveryCall()
 {
-    namespace Method = Emporium::Contract::Method;
     using Common::OperationType;
     using Emporium::DaemonConnection;
     return {
-        {"GetAllProperties", Method::getAllProperties,
+        {"GetAllProperties", Method::GetAllProperties,
          [](const DaemonConnection&) { return Load(); }},
-        {"Install", Method::install,
+        {"Install", Method::Install,
          [](const DaemonConnection& connection) {
              return Create(connection, OperationType::Install, "/path", "");
          }},
-        {"Upgrade", Method::install,
+        {"Upgrade", Method::Install,
          [](const DaemonConnection& connection) {
              return Create(connection, OperationType::Upgrade, "/path", "");
          }},
-        {"Remove", Method::remove,
+        {"Remove", Method::Remove,
          [](const DaemonConnection& connection) {
              return Create(connection, OperationType::Remove, "", "com.sample.notes");
          }},
-        {"Start", Method::start,
+        {"Start", Method::Start,
          [](const DaemonConnection& connection) {
              return OutcomeOf(connection.Start("com.sample.notes"));
          }},
-        {"Restart", Method::restart,
+        {"Restart", Method::Restart,
          [](const DaemonConnection& connection) {
              return OutcomeOf(connection.Restart("com.sample.notes"));
          }},
@@ -107,10 +128,11 @@ inline std::vector<DaemonCall> EveryCall()
 }
 
 /// A daemon with one completed operation, which the tests kill, suspend or restart.
-class FaultTest : public BusTest
+class FaultTest : public SessionTest
 {
 protected:
-    explicit FaultTest(const Simulator::PrivateBus::Limits& limits = {}) : BusTest(limits)
+    explicit FaultTest(const Emporium::Testing::PrivateBus::Limits& limits = {})
+        : SessionTest(limits)
     {
         StartDaemon();
     }
@@ -118,11 +140,13 @@ protected:
     /// Its operations exist only in its replies: no package file is needed, and no signal follows.
     void StartDaemon()
     {
-        simulator.emplace(bus.Address(), Strings{"--step-ms", "0"});
-        simulator->SetProperty("CompletedOperations", "[('completed', 'p', 0, 100, 0)]");
+        simulator.emplace(session);
+        simulator->SetProperty(Emporium::Testing::Property::CompletedOperations,
+                               "[('completed', 'p', 0, 100, 0)]");
         for (int count = 0; count < 20; ++count) {
-            simulator->Tell("SetReply", "(ss)", "Install", "(('u', 'p', 0, 0, 0),)");
-            simulator->Tell("SetReply", "(ss)", "Remove", "(('u', 'p', 2, 0, 0),)");
+            simulator->SetReply(Method::Install, OperationRecord{"u", "p"});
+            simulator->SetReply(Method::Remove,
+                                OperationRecord{"u", "p", Common::OperationType::Remove});
         }
     }
 
@@ -139,35 +163,37 @@ protected:
 
     /// Runs the action on another thread as soon as the daemon has received a call of the method. It
     /// must start no process: that would end with the thread.
-    std::jthread WhenReceived(const char* method, std::function<void()> action)
+    std::jthread WhenReceived(Method method, std::function<void()> action)
     {
-        const unsigned before = simulator->Calls(method).first;
-        return std::jthread([this, method, before, action = std::move(action)] {
-            while (simulator->Calls(method).first == before) {
-            }
+        const unsigned next = simulator->Calls(method).count + 1;
+        return std::jthread([this, method, next, action = std::move(action)] {
+            simulator->WaitForCall(method, next);
             action();
         });
     }
 
-    void DelayReply(const char* method, unsigned milliseconds)
-    {
-        simulator->Tell("DelayReply", "(su)", method, milliseconds);
-    }
-
-    void NeverReply(const char* method) { DelayReply(method, 3600000U); }
+    void NeverReply(Method method) { simulator->DelayReply(method, std::chrono::hours(1)); }
 
     /// Waits until the bus has noticed that the daemon has left it.
     void KillDaemon()
     {
         simulator->Kill();
-        while (simulator->NameHasOwner(Emporium::Contract::busName)) {
+        Peer peer(bus.Address());
+        while (peer.NameHasOwner(Emporium::Contract::busName)) {
         }
+    }
+
+    /// Sends the signal of the event "installed marker".
+    void SendMarker(unsigned count = 1)
+    {
+        simulator->EmitSignal(Emporium::Testing::Signal::PackageInstalled,
+                              Body(Emporium::Testing::PackageRecord{"marker"}), count);
     }
 
     /// Expects that signals of the daemon are delivered.
     void ExpectFollowed()
     {
-        simulator->Emit("PackageInstalled", "(('marker', '1', '', '', @a{sv} {}),)");
+        SendMarker();
         RunUntil([&] { return follower->Has("installed marker"); });
     }
 
@@ -181,7 +207,7 @@ protected:
     void ExpectCleanEnd()
     {
         const auto cache =
-            cacheHome.Path() / "org.example.test" / "emporium-api" / "completed-operations";
+            session.CacheHome() / "org.example.test" / "emporium-api" / "completed-operations";
         std::filesystem::remove_all(cache); // a failed load writes an empty one
         const Strings before = follower->events;
         const std::string log = OutputOf([&] {
@@ -193,7 +219,7 @@ protected:
         EXPECT_TRUE(std::filesystem::exists(cache / "completed"));
     }
 
-    std::optional<SimulatorProcess> simulator;
+    std::optional<Emporium::Testing::Simulator> simulator;
     std::optional<Emporium::DaemonConnection> connection;
     std::optional<Follower> follower;
 };
@@ -202,7 +228,8 @@ protected:
 class WithAShortTimeOut : public FaultTest
 {
 protected:
-    explicit WithAShortTimeOut(const Simulator::PrivateBus::Limits& limits = {}) : FaultTest(limits)
+    explicit WithAShortTimeOut(const Emporium::Testing::PrivateBus::Limits& limits = {})
+        : FaultTest(limits)
     {
         setenv("SYSTEMD_BUS_TIMEOUT", "1s", 1);
     }

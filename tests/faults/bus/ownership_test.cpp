@@ -18,7 +18,7 @@ std::string Package(const std::string& id)
 constexpr unsigned allowReplacement = 1;
 constexpr unsigned replaceExisting = 2;
 
-class TwoDaemons : public BusTest
+class TwoDaemons : public SessionTest
 {
 protected:
     TwoDaemons()

@@ -2,7 +2,7 @@
 //
 // An application that has pushed a main context of its own as the default one of its thread.
 
-#include "faults/bus_fixture.h"
+#include "bus/session_test.h"
 
 namespace {
 
@@ -32,10 +32,10 @@ private:
     GMainContext* const m_context = g_main_context_new();
 };
 
-class WithAThreadDefaultContext : public BusTest
+class WithAThreadDefaultContext : public SessionTest
 {
 protected:
-    SimulatorProcess simulator{bus.Address()};
+    Testing::Simulator simulator{session};
 };
 
 TEST_F(WithAThreadDefaultContext, EventsComeInTheGlobalDefaultContextOnly)
@@ -46,7 +46,7 @@ TEST_F(WithAThreadDefaultContext, EventsComeInTheGlobalDefaultContextOnly)
     int removed = 0;
     const EventSubscription subscription = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([&](const Package&) { ++removed; }));
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Testing::Signal::PackageRemoved, Testing::Body("com.sample.notes"));
     // The reply comes after the signal, so the signal has arrived.
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
     own.RunWhatIsReady();
@@ -64,7 +64,7 @@ TEST_F(WithAThreadDefaultContext, CallsWorkAndEventsComeAlsoAfterItIsGone)
     const EventSubscription subscription = connection.SubscribeToEvent(
         EventType::PackageRemoved, PackageCallback([&](const Package&) { ++removed; }));
     EXPECT_TRUE(static_cast<bool>(connection.Start("com.sample.weather")));
-    simulator.Emit("PackageRemoved", "('com.sample.notes',)");
+    simulator.EmitSignal(Testing::Signal::PackageRemoved, Testing::Body("com.sample.notes"));
     RunUntil([&] { return removed == 1; });
 }
 

@@ -2,7 +2,7 @@
 //
 // An application on a real bus whose `operator new` fails at the n-th call, for every n.
 
-#include "faults/bus_fixture.h"
+#include "bus/session_test.h"
 
 #include "testing/child_process.h"
 
@@ -12,11 +12,12 @@
 namespace {
 
 using namespace TestSupport;
+using namespace Emporium::Testing;
 
 /// The tests share the points among them.
 constexpr int parts = 4;
 
-class ApplicationWithoutMemory : public BusTest, public testing::WithParamInterface<int>
+class ApplicationWithoutMemory : public SessionTest, public testing::WithParamInterface<int>
 {
 protected:
     ApplicationWithoutMemory()
@@ -32,11 +33,11 @@ protected:
     /// Prepares the daemon for two operations, and returns the application's answer.
     std::string Run(const std::string& mode, int n)
     {
-        simulator.Tell("Reset", "()");
-        simulator.Tell("SetReply", "(ss)", "Install", "(('first', 'org.example.new', 0, 0, 0),)");
-        simulator.Tell("SetReply", "(ss)", "Install", "(('later', 'org.example.new', 0, 0, 0),)");
-        QueueProgress("Start", "first");
-        QueueProgress("Restart", "later");
+        simulator.Reset();
+        simulator.SetReply(Method::Install, OperationRecord{"first", "org.example.new"});
+        simulator.SetReply(Method::Install, OperationRecord{"later", "org.example.new"});
+        QueueProgress(Method::Start, "first");
+        QueueProgress(Method::Restart, "later");
         m_input << mode << ' ' << n << '\n' << std::flush;
         return m_job->ReadLine();
     }
@@ -59,21 +60,21 @@ protected:
         EXPECT_LE(terminated, mode == "once" ? 0 : n / parts / 10);
     }
 
-    SimulatorProcess simulator{bus.Address()};
+    Emporium::Testing::Simulator simulator{session};
 
 private:
-    void QueueProgress(const char* method, const std::string& uuid)
+    void QueueProgress(Method method, const std::string& uuid)
     {
-        const auto queue = [&](const char* signal, const std::string& body) {
-            simulator.Tell("QueueSignal", "(sss)", method, signal, body.c_str());
-        };
-        const std::string operation = "(('" + uuid + "', 'org.example.new', 0, ";
-        queue("OperationStatusChanged", operation + "10, 0),)");
-        queue("PackageInstalled", "(('org.example.new', '1', '', '', @a{sv} {}),)");
-        queue("OperationStatusChanged", operation + "100, 0),)");
+        OperationRecord operation{uuid, "org.example.new"};
+        operation.status = static_cast<Common::OperationStatus>(10);
+        simulator.QueueSignal(method, Signal::OperationStatusChanged, Body(operation));
+        simulator.QueueSignal(method, Signal::PackageInstalled,
+                              Body(PackageRecord{"org.example.new"}));
+        operation.status = Common::OperationStatus::Succeeded;
+        simulator.QueueSignal(method, Signal::OperationStatusChanged, Body(operation));
     }
 
-    std::optional<Emporium::Testing::ChildProcess> m_job;
+    std::optional<ChildProcess> m_job;
     std::ofstream m_input;
 };
 
