@@ -120,7 +120,7 @@ int main(int argc, char** argv)
     }
     const auto report = [&](const char* what) {
         return Emporium::PackageCallback([&, what](const Emporium::Package& package) {
-            std::cout << what << ' ' << package.GetID() << std::endl;
+            std::cout << what << ' ' << package.GetID() << '\n' << std::flush;
             done = done || package.GetID() == argv[1];
         });
     };

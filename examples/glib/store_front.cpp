@@ -46,57 +46,57 @@ class StoreFront
 public:
     int Run(const std::string& path)
     {
-        packagePath = path;
+        m_packagePath = path;
         Connect();
-        if (status) {
-            return *status;
+        if (m_status) {
+            return *m_status;
         }
         // After the connection, so that it knows whether the daemon is present.
         const Emporium::DaemonWatch watch([this](DaemonState state) { OnDaemon(state); });
         watch.State() == DaemonState::Present ? Begin() : OnDaemon(watch.State());
-        while (!status) {
+        while (!m_status) {
             g_main_context_iteration(nullptr, TRUE);
         }
-        return *status;
+        return *m_status;
     }
 
 private:
-    /// Makes a new connection: the snapshot of an old one is not reloaded.
+    /// Makes a new connection, which reloads the snapshot. The old one first writes its cache.
     void Connect()
     {
-        connection.emplace();
-        if (!*connection) {
+        m_connection.emplace();
+        if (!*m_connection) {
             return End("there is no session bus", 3);
         }
         const Emporium::OperationCallback follow = [this](const Operation& operation) {
-            uuid == operation.GetUUID() ? Show(operation) : void();
+            m_uuid == operation.GetUUID() ? Show(operation) : void();
         };
-        subscription =
-            connection->SubscribeToEvent(Emporium::EventType::OperationStatusChanged, follow);
+        m_subscription =
+            m_connection->SubscribeToEvent(Emporium::EventType::OperationStatusChanged, follow);
     }
 
     void Begin()
     {
-        for (const auto& package : connection->GetPackageList()) {
+        for (const auto& package : m_connection->GetPackageList()) {
             std::cout << package.GetID() << ' ' << package.GetVersion() << '\n';
         }
         const auto result =
-            connection->CreateOperation(Emporium::OperationRequest::Builder()
-                                            .SetOperationType(Common::OperationType::Install)
-                                            .SetPackagePath(packagePath)
-                                            .Build());
+            m_connection->CreateOperation(Emporium::OperationRequest::Builder()
+                                              .SetOperationType(Common::OperationType::Install)
+                                              .SetPackagePath(m_packagePath)
+                                              .Build());
         if (!result) {
             std::cerr << result.GetError() << '\n';
             return End(Advice(CodeOf(result.GetError())), 1);
         }
-        uuid = result.Get();
-        Show(connection->GetActiveOperation(*uuid).Get());
+        m_uuid = result.Get();
+        Show(m_connection->GetActiveOperation(*m_uuid).Get());
     }
 
     void End(const char* text, int exitStatus)
     {
-        std::cout << text << std::endl;
-        status = exitStatus;
+        std::cout << text << '\n' << std::flush;
+        m_status = exitStatus;
     }
 
     void Show(const Operation& operation)
@@ -106,39 +106,39 @@ private:
         } else if (operation.GetStatus() == Common::OperationStatus::Failed) {
             End(Advice(operation.GetErrorCode()), 1);
         } else {
-            std::cout << static_cast<int>(operation.GetStatus()) << " %" << std::endl;
+            std::cout << static_cast<int>(operation.GetStatus()) << " %\n" << std::flush;
         }
     }
 
     void OnDaemon(DaemonState state)
     {
         if (state == DaemonState::Disconnected) {
-            End("the session bus is lost", uuid ? 4 : 3);
+            End("the session bus is lost", m_uuid ? 4 : 3);
         } else if (state == DaemonState::Absent) {
-            std::cout << "waiting for the service" << std::endl;
+            std::cout << "waiting for the service\n" << std::flush;
         } else {
             Connect();
-            uuid ? FindAgain() : Begin();
+            m_uuid ? FindAgain() : Begin();
         }
     }
 
     /// The operation continues, or has ended, or the new daemon does not know it.
     void FindAgain()
     {
-        const auto active = connection->GetActiveOperation(*uuid);
-        for (const Operation& completed : connection->GetCompletedOperations()) {
-            if (completed.GetUUID() == *uuid) {
+        const auto active = m_connection->GetActiveOperation(*m_uuid);
+        for (const Operation& completed : m_connection->GetCompletedOperations()) {
+            if (completed.GetUUID() == *m_uuid) {
                 return Show(completed);
             }
         }
         active ? Show(active.Get()) : End("it is not known whether the package was installed", 4);
     }
 
-    std::string packagePath;
-    std::optional<Emporium::DaemonConnection> connection;
-    Emporium::EventSubscription subscription;
-    std::optional<std::string> uuid;
-    std::optional<int> status;
+    std::string m_packagePath;
+    std::optional<Emporium::DaemonConnection> m_connection;
+    Emporium::EventSubscription m_subscription;
+    std::optional<std::string> m_uuid;
+    std::optional<int> m_status;
 };
 
 } // namespace

@@ -48,12 +48,16 @@ void Show(Application& application, const Operation& operation)
 gboolean OnFrame(GtkWidget*, GdkFrameClock*, gpointer data)
 {
     auto& application = *static_cast<Application*>(data);
-    if (application.framesLeft > 0 && --application.framesLeft == 0) {
-        application.status = SavePicture(application.window, application.picture) ? 0 : 1;
-        gtk_window_destroy(GTK_WINDOW(application.window));
-        return G_SOURCE_REMOVE;
+    if (application.framesLeft == 0) {
+        return G_SOURCE_CONTINUE;
     }
-    return G_SOURCE_CONTINUE;
+    --application.framesLeft;
+    if (application.framesLeft > 0) {
+        return G_SOURCE_CONTINUE;
+    }
+    application.status = SavePicture(application.window, application.picture) ? 0 : 1;
+    gtk_window_destroy(GTK_WINDOW(application.window));
+    return G_SOURCE_REMOVE;
 }
 
 void AddList(GtkWidget* box, const char* title, const Lines& lines)
