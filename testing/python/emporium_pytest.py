@@ -12,8 +12,8 @@ The marker `emporium_simulator_arguments` passes arguments to the simulator:
 
     @pytest.mark.emporium_simulator_arguments("--packages", "5000")
 
-The simulator is the program that the environment variable EMPORIUM_SIMULATOR names, else the one in
-PATH, else the one that was installed with this file. Needs Python 3.9, pytest and python3-gi.
+The simulator is the program that the environment variable EMPORIUM_SIMULATOR names, else the one that
+was installed with this file, else the one in PATH. Needs Python 3.9, pytest and python3-gi.
 """
 
 import os
@@ -54,9 +54,9 @@ def find_simulator():
         if not os.access(named, os.X_OK):
             raise SimulatorError(f"there is no simulator at {named}, where EMPORIUM_SIMULATOR points")
         return named
-    found = shutil.which("emporium-simulator") or shutil.which(str(installed))
+    found = shutil.which(str(installed)) or shutil.which("emporium-simulator")
     if found is None:
-        raise SimulatorError(f"there is no simulator in PATH and none at {installed}; "
+        raise SimulatorError(f"there is no simulator at {installed} and none in PATH; "
                              "EMPORIUM_SIMULATOR may name one")
     return found
 
@@ -65,7 +65,8 @@ class Simulator:
     """The simulated daemon on a bus of its own, and its control interface.
 
     Each method that has the name of a verb calls it. docs/simulator.md describes the verbs. A body is a
-    tuple of arguments in GVariant text format: "('one',)". Durations are in milliseconds, the deadline is in seconds.
+    tuple of arguments in GVariant text format: "('one',)". Durations are in milliseconds, the deadline is
+    in seconds.
 
     All methods raise SimulatorError if the verb is refused or the simulator does not run, and
     DeadlineExceeded if it does not answer in time. close() ends the bus and removes the home; `with`

@@ -4,6 +4,8 @@
 import os
 import pathlib
 import re
+import runpy
+import shutil
 import subprocess
 import sys
 
@@ -95,8 +97,24 @@ def test_a_missing_simulator_is_named(monkeypatch):
         Simulator()
     monkeypatch.delenv("EMPORIUM_SIMULATOR")
     monkeypatch.setenv("PATH", "/nonexistent")
-    with pytest.raises(SimulatorError, match="no simulator in PATH and none at"):
+    with pytest.raises(SimulatorError, match="no simulator at .* and none in PATH"):
         Simulator()
+
+
+def test_the_simulator_of_the_same_installation_is_preferred_to_that_in_path(tmp_path, monkeypatch):
+    plugin = tmp_path / "usr/share/emporium/python/emporium_pytest.py"
+    installed = tmp_path / "usr/bin/emporium-simulator"
+    other = tmp_path / "other/emporium-simulator"
+    for file in (plugin, installed, other):
+        file.parent.mkdir(parents=True)
+        shutil.copy(emporium_pytest.__file__, file)
+        file.chmod(0o755)
+    monkeypatch.delenv("EMPORIUM_SIMULATOR")
+    monkeypatch.setenv("PATH", str(other.parent))
+    find_simulator = runpy.run_path(str(plugin))["find_simulator"]
+    assert find_simulator() == str(installed)
+    installed.unlink()
+    assert find_simulator() == str(other)
 
 
 def test_the_end_leaves_nothing_behind():
